@@ -1,0 +1,59 @@
+#ifndef AI_MANAGER_AIPQ_DEBUG_AIPQ_DISPLAY_H
+#define AI_MANAGER_AIPQ_DEBUG_AIPQ_DISPLAY_H
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace korvane {
+
+class GraphicContext;
+class StageAIPQ;
+class WindowContextDFB;
+
+namespace aipq {
+
+// The on-screen debug overlay: a grey panel on the right with the last frame and the details text.
+class AIPQDisplay {
+public:
+    // Empty when DirectFB cannot start; the daemon then runs without overlay.
+    static std::shared_ptr<AIPQDisplay> create();
+
+    AIPQDisplay();
+    virtual ~AIPQDisplay();
+    AIPQDisplay(const AIPQDisplay&) = delete;
+    AIPQDisplay& operator=(const AIPQDisplay&) = delete;
+
+    bool init();
+    bool InitDFBSurface();
+    bool InitDFBGraphic();
+    void setupTextObject(std::string& text, int lineSpacing);
+    // The buffer is 3 bytes a pixel and must stay valid while it is shown.
+    void setupImageObject(void* buffer, int width, int height);
+    void Show();
+    void Clear();
+    void DFBDraw();
+    void DFBClear();
+
+    double scale() const { return m_scale; }
+
+private:
+    GraphicContext* m_graphicContext;
+    StageAIPQ* m_stage;
+    WindowContextDFB* m_window;
+    double m_scale;
+    int32_t m_panelX;
+    int32_t m_panelY;
+    int32_t m_panelWidth;
+    int32_t m_panelHeight;
+    int32_t m_windowWidth;
+    int32_t m_windowHeight;
+    pthread_mutex_t m_mutex;
+};
+
+}  // namespace aipq
+}  // namespace korvane
+
+#endif

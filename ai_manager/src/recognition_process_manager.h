@@ -1,0 +1,56 @@
+#ifndef AI_MANAGER_RECOGNITION_PROCESS_MANAGER_H
+#define AI_MANAGER_RECOGNITION_PROCESS_MANAGER_H
+
+#include <pthread.h>
+
+#include <atomic>
+
+#include "osal.h"
+#include "recognition_manager_base.h"
+#include "unique_lock.h"
+
+// Client of the AI service process over the shared segment and the message queue.
+// Lock order: environment mutex, then request mutex, then send mutex.
+class RecognitionProcessManager : public RecognitionManagerBase {
+public:
+    RecognitionProcessManager();
+    ~RecognitionProcessManager() override;
+
+    int loadModel() override;
+    int recognitionPicture(korvane::ai::PictureData* picture, telvo_ai_service::AiPQPredictLabel& current,
+                           telvo_ai_service::AiPQPredictLabel& previous,
+                           std::vector<telvo_ai_service::TelvoAiPQPredict>* predictions) override;
+    int releaseModel() override;
+    int isValidPicture(korvane::ai::PictureData* picture) override;
+    int stopAiService() override;
+    int loadAiServiceEnv() override;
+
+    int initAiService();
+    void getModelConfig(void* out);
+    void setModelConfig(void* in, int size);
+    void setAiType(void* in, int size);
+
+    void start();
+    void stop();
+    bool initShareMemory();
+    void triggerMessage(char* message);
+    int handleMessage(bool withData, char* message, void* data, int size);
+    int waitMessageFinished(void* out);
+    int waitStopAiServiceFinished();
+    void handleSendMessageQueue();
+
+private:
+    unsigned char* m_pShareMemory;
+    char m_sendMessage[40];
+    std::atomic<bool> m_loopSendMessageQueue;
+    OsalThread m_sendThread;
+    pthread_mutex_t m_sendMutex;
+    pthread_cond_t m_sendCond;
+    Mutex m_requestMutex;
+    Mutex m_envMutex;
+    std::atomic<bool> m_messageQueueOpened;
+};
+
+void* threadSendMessageQueueForAiService(void* manager);
+
+#endif

@@ -1,0 +1,77 @@
+#include "ai_common.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+
+#include "aipq_log.h"
+
+int str2int(const char* text, int fallback) {
+    if (text == nullptr) {
+        AC_LOGE("pStr is NULL.\n");
+        return fallback;
+    }
+    int savedErrno = errno;
+    errno = 0;
+    int value = fallback;
+    try {
+        value = std::stoi(std::string(text), nullptr, 10);
+    } catch (const std::invalid_argument&) {
+        AC_LOGE("fail: invalid argument.\n");
+        value = fallback;
+    } catch (const std::out_of_range&) {
+        AC_LOGE("fail: out of range.\n");
+        value = fallback;
+    } catch (...) {
+        AC_LOGE("fail: others.\n");
+        value = fallback;
+    }
+    if (errno == 0) {
+        errno = savedErrno;
+    }
+    return value > 0 ? value : fallback;
+}
+
+void outputCharSerial(const char* title, const char* bytes, int count) {
+    if (bytes == nullptr) {
+        AC_LOGE("buf is NULL.\n");
+        return;
+    }
+    std::string text = title != nullptr ? title : "";
+    for (int i = 0; i < count; ++i) {
+        char piece[10];
+        std::snprintf(piece, sizeof(piece), "%d, ", static_cast<unsigned char>(bytes[i]));
+        text += piece;
+    }
+    AC_LOGD("%s.\n", text.c_str());
+}
+
+bool fileExist(const char* path) {
+    if (path == nullptr) {
+        return false;
+    }
+    FILE* f = std::fopen(path, "rb");
+    if (f == nullptr) {
+        return false;
+    }
+    std::fclose(f);
+    return true;
+}
+
+int currentThread() { return static_cast<int>(syscall(SYS_gettid)); }
+
+void initPictureData(korvane::ai::PictureData& picture) {
+    picture.buffer = nullptr;
+    picture.width = 224;
+    picture.height = 224;
+    picture.colorMode = korvane::ai::COLOR_MODE_RGB888;
+    picture.reserved = 0;
+}
+
+int getChannels(korvane::ai::ColorMode mode) {
+    return static_cast<unsigned int>(mode) - 1u < 2u ? 4 : 3;
+}

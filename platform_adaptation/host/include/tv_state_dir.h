@@ -1,0 +1,28 @@
+#ifndef PLATFORM_ADAPTATION_HOST_TV_STATE_DIR_H
+#define PLATFORM_ADAPTATION_HOST_TV_STATE_DIR_H
+
+#include <string>
+
+// The host TV simulator keeps the TV state in a directory, one file per key holding a decimal
+// integer (AIPQ_TV_DIR, default /var/run/aipq_tv). Shared by the host clients and tvctl.
+namespace host {
+
+std::string tvStateDir();
+std::string tvStatePath(const std::string& key);
+// Creates the directory (and its parents) when missing; false with errno on failure.
+bool ensureTvStateDir();
+
+enum class ReadStatus { Ok, Missing, Garbage };
+// A missing file reads as 0; a file that does not hold one decimal integer reads as 0 and
+// reports Garbage so that the caller can say so.
+int readTvInt(const std::string& key, ReadStatus* status = nullptr);
+// Whole file as text; empty when missing.
+std::string readTvText(const std::string& key);
+// Temporary file in the same directory, then rename: readers never see half a value.
+bool writeTvFileAtomic(const std::string& key, const std::string& content);
+bool writeTvInt(const std::string& key, int value);
+bool appendTvFile(const std::string& key, const std::string& line);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,46 @@
+#ifndef PLATFORM_ADAPTATION_TV_TYPES_H
+#define PLATFORM_ADAPTATION_TV_TYPES_H
+
+#include <cstdint>
+
+// TV state as numbered by the platform. Only the values the daemon acts on are named.
+
+enum AIPQMode : int32_t {
+    AIPQ_MODE_SWITCH = 2,
+    AIPQ_MODE_AVAILABLE = 3,
+};
+
+enum SourceType : int32_t {
+    SOURCE_TYPE_NONE = 0,
+    SOURCE_TYPE_ENCRYPTION_STREAM2 = 1,
+    SOURCE_TYPE_6 = 6,
+    SOURCE_TYPE_9 = 9,
+};
+
+enum PlayerState : int32_t {
+    PLAYER_STATE_STOPPED = 0,
+    PLAYER_STATE_1 = 1,
+    PLAYER_STATE_PLAYING = 2,
+};
+
+enum VideoInfoHDRType : int32_t {
+    VIDEO_INFO_HDR_TYPE_0 = 0,
+    VIDEO_INFO_HDR_TYPE_ALLOWED = 1,
+};
+
+enum VideoGameMode : int32_t {
+    VIDEO_GAME_MODE_OFF = 0,
+    VIDEO_GAME_MODE_ON = 1,
+};
+
+enum StreamMode : int32_t {
+    STREAM_MODE_1 = 1,
+    STREAM_MODE_SOURCE1 = 2,
+};
+
+enum TVPowerState : int32_t {
+    TV_POWER_STATE_0 = 0,
+    TV_POWER_STATE_REPLAY = 8,
+};
+
+#endif

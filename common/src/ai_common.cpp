@@ -62,7 +62,9 @@ bool fileExist(const char* path) {
     return true;
 }
 
-int currentThread() { return static_cast<int>(syscall(SYS_gettid)); }
+int currentThread() {
+    return static_cast<int>(syscall(SYS_gettid));
+}
 
 void initPictureData(korvane::ai::PictureData& picture) {
     picture.buffer = nullptr;

@@ -24,7 +24,9 @@ Mutex::Mutex() {
     }
 }
 
-Mutex::~Mutex() { pthread_mutex_destroy(&m_mutex); }
+Mutex::~Mutex() {
+    pthread_mutex_destroy(&m_mutex);
+}
 
 UniqueLock::UniqueLock(pthread_mutex_t* mutex) : m_pMutex(mutex) {
     try {

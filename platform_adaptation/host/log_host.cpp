@@ -58,11 +58,15 @@ void setLogSink(std::function<void(const std::string& line)> sink) {
     s.sink = std::move(sink);
 }
 
-void setLogLevel(unsigned int level) { state().maxLevel = level; }
+void setLogLevel(unsigned int level) {
+    state().maxLevel = level;
+}
 
 }  // namespace host
 
-void dbgInit() { (void)state(); }
+void dbgInit() {
+    (void)state();
+}
 
 bool dbgLevelEnabled(unsigned int levelWord) {
     if ((levelWord >> 16) != DBG_MODULE_AIPQ) {

@@ -124,9 +124,13 @@ void osalSubtractTime(OsalTime* end, const OsalTime* start) {
     end->microseconds = micros;
 }
 
-int osalThreadAttrInit(OsalThreadAttr* attr) { return pthread_attr_init(attr); }
+int osalThreadAttrInit(OsalThreadAttr* attr) {
+    return pthread_attr_init(attr);
+}
 
-int osalThreadAttrDestroy(OsalThreadAttr* attr) { return pthread_attr_destroy(attr); }
+int osalThreadAttrDestroy(OsalThreadAttr* attr) {
+    return pthread_attr_destroy(attr);
+}
 
 int osalThreadCreate(OsalThread* thread, OsalThreadAttr* attr, OsalThreadEntry entry, void* userData,
                      const char* /*file*/, int /*line*/) {
@@ -148,6 +152,10 @@ int osalCondTimedWait(pthread_cond_t* cond, pthread_mutex_t* mutex, const struct
     return pthread_cond_timedwait(cond, mutex, &scaled);
 }
 
-void osalSleep(unsigned int seconds) { sleepNs(scaledNs(static_cast<int64_t>(seconds) * kNsPerSec)); }
+void osalSleep(unsigned int seconds) {
+    sleepNs(scaledNs(static_cast<int64_t>(seconds) * kNsPerSec));
+}
 
-void osalUsleep(unsigned int microseconds) { sleepNs(scaledNs(static_cast<int64_t>(microseconds) * 1000)); }
+void osalUsleep(unsigned int microseconds) {
+    sleepNs(scaledNs(static_cast<int64_t>(microseconds) * 1000));
+}

@@ -14,12 +14,22 @@
 
 namespace host {
 
+const std::vector<std::string>& tvStateKeys() {
+    static const std::vector<std::string> keys = {
+        tvkey::kAipqSupported, tvkey::kAipqSwitch,       tvkey::kAipqAvailable,       tvkey::kSourceType,
+        tvkey::kPlayerState,   tvkey::kEncryptedSource1, tvkey::kEncryptedSource6Or9, tvkey::kHdrType,
+        tvkey::kGameMode,      tvkey::kPowerState};
+    return keys;
+}
+
 std::string tvStateDir() {
     const char* env = std::getenv("AIPQ_TV_DIR");
     return (env != nullptr && env[0] != '\0') ? std::string(env) : std::string("/var/run/aipq_tv");
 }
 
-std::string tvStatePath(const std::string& key) { return tvStateDir() + "/" + key; }
+std::string tvStatePath(const std::string& key) {
+    return tvStateDir() + "/" + key;
+}
 
 bool ensureTvStateDir() {
     std::string dir = tvStateDir();
@@ -108,7 +118,9 @@ bool writeTvFileAtomic(const std::string& key, const std::string& content) {
     return true;
 }
 
-bool writeTvInt(const std::string& key, int value) { return writeTvFileAtomic(key, std::to_string(value) + "\n"); }
+bool writeTvInt(const std::string& key, int value) {
+    return writeTvFileAtomic(key, std::to_string(value) + "\n");
+}
 
 bool appendTvFile(const std::string& key, const std::string& line) {
     if (!ensureTvStateDir()) {

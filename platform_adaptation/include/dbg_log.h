@@ -23,11 +23,11 @@ inline const char* dbgBaseName(const char* path) {
 }
 
 // "%s:%d:%s(): %s " + message: file base name, line, function, module tag.
-#define DBG_LOG(level, tag, fmt, ...)                                                                \
-    do {                                                                                             \
-        if (dbgLevelEnabled(DBG_LEVEL_WORD(level))) {                                                \
+#define DBG_LOG(level, tag, fmt, ...)                                                                        \
+    do {                                                                                                     \
+        if (dbgLevelEnabled(DBG_LEVEL_WORD(level))) {                                                        \
             dbgOutput("%s:%d:%s(): %s " fmt, dbgBaseName(__FILE__), __LINE__, __func__, tag, ##__VA_ARGS__); \
-        }                                                                                            \
+        }                                                                                                    \
     } while (0)
 
 #define DBG_ENTER(tag) DBG_LOG(DBG_LEVEL_ENTRY, tag, "[%s][%d] ENTER\n", __func__, __LINE__)

@@ -17,7 +17,8 @@ public:
     void setSourceTypeChangedCallback(SourceTypeChangedCallback callback, void* userData) override;
     void setPlayerStateChangedCallback(PlayerStateChangedCallback callback, void* userData) override;
     void setStreamEncryptedChangedCallback(StreamEncryptedChangedCallback callback, void* userData) override;
-    void setVideoInfoHDRTypeChangedCallback(VideoInfoHDRTypeChangedCallback callback, void* userData) override;
+    void setVideoInfoHDRTypeChangedCallback(VideoInfoHDRTypeChangedCallback callback,
+                                            void* userData) override;
     void setVideoGameModeChangedCallback(VideoGameModeChangedCallback callback, void* userData) override;
     int setAIPQSwitchState(bool on) override;
 

@@ -19,7 +19,8 @@ public:
     virtual void setAIPQChangedCallback(AIPQChangedCallback callback, void* userData) = 0;
     virtual void setSourceTypeChangedCallback(SourceTypeChangedCallback callback, void* userData) = 0;
     virtual void setPlayerStateChangedCallback(PlayerStateChangedCallback callback, void* userData) = 0;
-    virtual void setStreamEncryptedChangedCallback(StreamEncryptedChangedCallback callback, void* userData) = 0;
+    virtual void setStreamEncryptedChangedCallback(StreamEncryptedChangedCallback callback,
+                                                   void* userData) = 0;
     virtual void setVideoInfoHDRTypeChangedCallback(VideoInfoHDRTypeChangedCallback callback,
                                                     void* userData) = 0;
     virtual void setVideoGameModeChangedCallback(VideoGameModeChangedCallback callback, void* userData) = 0;

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Sets up the machine, builds and runs every test: the release build with all unit and
+# end-to-end tests, then the unit tests again under AddressSanitizer+UBSan and ThreadSanitizer.
+#
+#   scripts/test_all.sh [--quick]    --quick: release build only, no sanitizer passes
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+quick=0
+[ "${1:-}" = "--quick" ] && quick=1
+
+bash scripts/setup.sh
+
+jobs=$(nproc)
+run_preset() {
+  local preset=$1
+  echo "=== [$preset] configure and build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  echo "=== [$preset] test"
+  ctest --preset "$preset" -j "$jobs"
+}
+
+run_preset default
+if [ "$quick" -eq 0 ]; then
+  run_preset asan
+  run_preset tsan
+fi
+echo "=== all tests passed"

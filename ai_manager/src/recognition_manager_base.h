@@ -20,6 +20,10 @@ enum RecognitionManagerResult : int32_t {
 }  // namespace ai
 }  // namespace korvane
 
+// Label texts by value: the twenty scene labels, then "Unknown" for anything else.
+constexpr int kAipqLabelTextCount = 21;
+const char* aipqLabelText(int value);
+
 // Scene recognition as the controller sees it, independent of how the AI service is reached.
 class RecognitionManagerBase {
 public:
@@ -28,7 +32,8 @@ public:
 
     virtual bool getModelLoadState();
     virtual int loadModel() = 0;
-    virtual int recognitionPicture(korvane::ai::PictureData* picture, telvo_ai_service::AiPQPredictLabel& current,
+    virtual int recognitionPicture(korvane::ai::PictureData* picture,
+                                   telvo_ai_service::AiPQPredictLabel& current,
                                    telvo_ai_service::AiPQPredictLabel& previous,
                                    std::vector<telvo_ai_service::TelvoAiPQPredict>* predictions) = 0;
     virtual int releaseModel() = 0;
@@ -41,7 +46,8 @@ public:
     // Applies the RECOGNITION_* environment overrides to the model configuration.
     void loadEnv();
     // Hysteresis rule: keeps the last scene while it stays within 0.1 of the top prediction.
-    telvo_ai_service::AiPQPredictLabel getValidScene(telvo_ai_service::TelvoAiPQPredict* predictions, int count);
+    telvo_ai_service::AiPQPredictLabel getValidScene(telvo_ai_service::TelvoAiPQPredict* predictions,
+                                                     int count);
     void outputAiPQPredictLabels(char* title, telvo_ai_service::TelvoAiPQPredict* predictions, int count);
 
 protected:

@@ -1,6 +1,8 @@
 #ifndef COMMON_PICTURE_STORE_H
 #define COMMON_PICTURE_STORE_H
 
+#include <string>
+
 #include "picture_data.h"
 
 // Writes captured frames as 24-bit BMP files into the dump directory. Switched on for the life
@@ -8,6 +10,9 @@
 class PictureStore {
 public:
     static PictureStore* getInstance();
+    // Test seam: a separate instance with its own marker file and dump directory; the caller owns
+    // it. The daemon only ever uses getInstance().
+    static PictureStore* createForTest(const std::string& markerPath, const std::string& dumpDir);
 
     bool enableDumpPicture();
     void savePicture(korvane::ai::PictureData* pPictureData, const char* fileName);
@@ -16,7 +21,9 @@ public:
 
 private:
     PictureStore();
+    PictureStore(const char* markerPath, const char* dumpDir);
     bool m_enableDumpPictureData;
+    std::string m_dumpDir;
 };
 
 #endif

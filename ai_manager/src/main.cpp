@@ -1,8 +1,6 @@
-#include <errno.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <memory>
 
 #include "ai_recognition.h"
@@ -11,52 +9,13 @@
 #include "mem_monitor.h"
 #include "osal.h"
 #include "picture_capture.h"
+#include "process_entry.h"
 #include "recognition_process_manager.h"
 #include "system_info_manager.h"
 #include "system_setting_manager.h"
 #include "system_state_manager.h"
 
-namespace {
-const char* const KorFactory = "KorFactory";
-const char* const kBizReadyFile = "/var/run/BIZREADY2";
-}  // namespace
-
-void setPorcessPriority() {
-    int ret = nice(19);
-    AM_LOGD("set process priority: %d.\n", ret);
-}
-
-int wait_for_bizready() {
-    AM_ENTER();
-    // No time-out on purpose: nothing works before the business layer is up.
-    for (;;) {
-        for (int i = 0; i < 50; ++i) {
-            if (access(kBizReadyFile, F_OK) == 0) {
-                return 0;
-            }
-            osalUsleep(100000);
-        }
-        AM_LOGN("waiting 5s for service ready! ... \n\n");
-    }
-}
-
-void initBizAccessEnv() {
-    if (setenv("LMQR2_UDPHOST", "127.0.0.1:12321", 0) != 0) {
-        AM_LOGE("setEnv error.%d\n", errno);
-    }
-    wait_for_bizready();
-    {
-        frame::Process process = frame::Process::getInstance();
-        process.startAppMembersSync(CreateBizProxy);
-    }
-    {
-        frame::Process process = frame::Process::getInstance();
-        process.startAppMembersSync(CreateAppManagerProxy);
-    }
-}
-
 int main() {
-    (void)KorFactory;
     osalInitOnce();
     dbgInit();
     setPorcessPriority();
@@ -67,9 +26,10 @@ int main() {
     struct timespec ts;
     clock_gettime(CLOCK_MONOTONIC, &ts);
     AM_LOGD("CLOCK_MONOTONIC time: %d.\n", static_cast<int>(ts.tv_sec));
-    if (ts.tv_sec < 30) {
+    unsigned int floorWait = uptimeFloorWaitSeconds(static_cast<long>(ts.tv_sec));
+    if (floorWait > 0) {
         AM_LOGD("TV is not ready, need waiting...\n");
-        osalSleep(static_cast<unsigned int>(30 - ts.tv_sec));
+        osalSleep(floorWait);
     }
 
     PictureCapture* pictureCapture = new PictureCapture();

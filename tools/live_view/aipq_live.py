@@ -1,0 +1,125 @@
+#!/usr/bin/env python3
+"""Live view of a running ai_manager: one block per recognition, read from the daemon's log.
+
+Shows the five predictions, the scene in force, whether the scene's PQ row was applied, and the
+PQ offsets the TV now holds (from the simulator's pq_parameters file), by name.
+
+    aipq_live.py DAEMON_LOG TV_DIR [--screenshot-cmd CMD]
+"""
+import argparse
+import os
+import re
+import subprocess
+import sys
+import time
+
+PQ_NAMES = ["brightness", "contrast", "saturation", "sharpness", "memc", "nr"]
+for colour in ["Mag", "Red", "Ylw", "Grn", "Cyn", "Blu", "FlshTon"]:
+    PQ_NAMES += ["colortuner" + colour + s for s in ("", "B", "S", "H")]
+SELECTORS = {6, 10, 14, 18, 22, 26, 30}
+LABELS = ["Cartoon", "Soccerball", "Sunflowers", "Sky", "Daisy", "Fruite", "Tree", "Tulips", "Cat",
+          "Performance", "Dandelion", "Building", "Food", "Dog", "Roses", "Grassland", "Face", "Snow",
+          "Indoor", "Invalid"]
+
+PRED = re.compile(r"index: (-?\d+), label: (\S+), confidence: ([0-9.]+)")
+RESULT = re.compile(r"recognitionPicture ret: (-?\d+)\.")
+APPLIED = re.compile(r"setPQPredictLabelResult\(\): \[AI Manager\] predict label : (-?\d+)")
+CYCLE = "start AI Recognition."
+
+
+def follow(path):
+    while not os.path.exists(path):
+        time.sleep(0.2)
+    with open(path, "r", errors="replace") as f:
+        buf = ""
+        while True:
+            chunk = f.readline()
+            if not chunk:
+                time.sleep(0.1)
+                continue
+            buf += chunk
+            if buf.endswith("\n"):
+                yield buf
+                buf = ""
+
+
+def pq_in_force(tv_dir):
+    try:
+        with open(os.path.join(tv_dir, "pq_parameters")) as f:
+            values = [int(v) for v in f.read().split()]
+    except (OSError, ValueError):
+        return "  PQ offsets: (none applied yet)"
+    if len(values) != 34:
+        return "  PQ offsets: (pq_parameters malformed)"
+    named = [(PQ_NAMES[i], v) for i, v in enumerate(values) if i not in SELECTORS]
+    nonzero = ["%s %+d" % (n, v) for n, v in named if v != 0]
+    lines = []
+    for i in range(0, len(nonzero), 6):
+        lines.append("    " + ", ".join(nonzero[i:i + 6]))
+    return "  PQ offsets in force (others 0):\n" + ("\n".join(lines) if lines else "    (all 0)")
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("log")
+    ap.add_argument("tv_dir")
+    ap.add_argument("--screenshot-cmd", default="")
+    args = ap.parse_args()
+
+    count = 0
+    scene = "Invalid"
+    preds, result, applied = [], None, None
+
+    def report():
+        nonlocal count
+        count += 1
+        stamp = time.strftime("%H:%M:%S")
+        print("\n#%d %s  recognition %s" % (count, stamp, "ok" if result == 0 else "failed (code %s)" % result))
+        for label, conf in preds:
+            bar = "#" * int(round(conf * 20))
+            print("    %-12s %5.3f %s" % (label, conf, bar))
+        if result == 0:
+            state = "APPLIED (scene changed)" if applied is not None else "not applied (same scene)"
+            print("  scene: %-12s %s" % (scene, state))
+        print(pq_in_force(args.tv_dir))
+        if args.screenshot_cmd:
+            shot = subprocess.run(args.screenshot_cmd + " %d" % count, shell=True,
+                                  capture_output=True, text=True)
+            if shot.stdout.strip():
+                print("  overlay screenshot: " + shot.stdout.strip())
+        sys.stdout.flush()
+
+    in_cycle = pending = False
+    for line in follow(args.log):
+        if CYCLE in line:
+            in_cycle, pending, preds, result, applied = True, False, [], None, None
+            continue
+        if not in_cycle:
+            continue
+        if pending:
+            # The apply decision is the worker's next step after its retry loop.
+            m = APPLIED.search(line)
+            if m:
+                applied = int(m.group(1))
+                if 0 <= applied < len(LABELS):
+                    scene = LABELS[applied]
+                continue
+            report()
+            in_cycle = False
+            continue
+        m = PRED.search(line)
+        if m:
+            preds = (preds + [(m.group(2), float(m.group(3)))])[-5:]
+            continue
+        m = RESULT.search(line)
+        if m:
+            result = int(m.group(1))
+            continue
+        if "do not need to continue recognition process." in line:
+            pending = True
+
+if __name__ == "__main__":
+    try:
+        main()
+    except KeyboardInterrupt:
+        pass

@@ -52,7 +52,7 @@ Bytes expectedHeader(int width, int height) {
     put(h, 24, 2);
     put(h, 0, 4);
     put(h, image, 4);
-    put(h, 0, 16);
+    h.insert(h.end(), 16, 0);  // resolutions and colour counts
     return h;
 }
 

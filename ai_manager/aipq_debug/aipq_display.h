@@ -21,6 +21,7 @@ public:
     // Empty when DirectFB cannot start; the daemon then runs without overlay.
     static std::shared_ptr<AIPQDisplay> create();
 
+    // Throws std::runtime_error("Mutex init error: ...") when the mutex cannot be made.
     AIPQDisplay();
     virtual ~AIPQDisplay();
     AIPQDisplay(const AIPQDisplay&) = delete;
@@ -34,16 +35,19 @@ public:
     void setupImageObject(void* buffer, int width, int height);
     void Show();
     void Clear();
+    // Not locked; Show and Clear are the locked entry points.
     void DFBDraw();
     void DFBClear();
 
     double scale() const { return m_scale; }
 
 private:
+    void blitPanel();
+
     GraphicContext* m_graphicContext;
     StageAIPQ* m_stage;
     WindowContextDFB* m_window;
-    double m_scale;
+    double m_scale;  // screen pixels per layer pixel
     int32_t m_panelX;
     int32_t m_panelY;
     int32_t m_panelWidth;

@@ -1,0 +1,29 @@
+#ifndef AI_MANAGER_AIPQ_DEBUG_DFBDRAW_DFB_UTILS_H
+#define AI_MANAGER_AIPQ_DEBUG_DFBDRAW_DFB_UTILS_H
+
+#include <directfb.h>
+
+#include "overlay_log.h"
+
+// A DirectFB call that must not fail: log the result, then let DirectFB end the process.
+// Callers still return afterwards, so a handler that comes back leaves them in a safe state.
+#define OVL_FATAL(ret, call)                                                                               \
+    do {                                                                                                   \
+        OVL_LOGE("DirectFBErrorFatal %d (ok is %d)\n\n", static_cast<int>(ret), static_cast<int>(DFB_OK)); \
+        DirectFBErrorFatal(call, ret);                                                                     \
+    } while (0)
+
+namespace korvane {
+
+// The process-wide root interface, created on first use and kept for the life of the process.
+// Null when DirectFB cannot start here (no display, no frame buffer).
+IDirectFB* getDFB();
+
+// An ARGB surface; with `data` the two buffers data[0]/pitch[0] and data[1]/pitch[1] are used
+// in place.
+IDirectFBSurface* createDFBSurface(int width, int height, void** data, int* pitch,
+                                   DFBSurfaceCapabilities caps);
+
+}  // namespace korvane
+
+#endif

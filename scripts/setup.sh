@@ -7,7 +7,7 @@ PACKAGES=(
   build-essential cmake ninja-build g++ clang clang-format libclang-rt-14-dev
   pkg-config git util-linux procps psmisc
   libgtest-dev libgmock-dev libbenchmark-dev
-  libboost-dev libdirectfb-dev libopencv-dev
+  libboost-dev libdirectfb-dev libdirectfb-extra libopencv-dev
   xvfb x11-apps imagemagick fonts-dejavu-core
   python3 python3-onnx python3-numpy
 )

@@ -8,14 +8,18 @@
 #       lines, so that   eval "$(scripts/overlay_xvfb.sh start)"   applies them:
 #           export DISPLAY=:N
 #           export DFBARGS=system=x11,no-banner,quiet,no-cursor,mode=1920x1080
+#           export AIPQ_XVFB_PID=1234
 #           export FONTFILE=/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf
-#       (FONTFILE only when it is unset and that font is installed). --mode sets the DirectFB layer
-#       size (default 1920x1080; 1280x720 shows the scaled panel). Starting again while running
-#       prints the same settings and starts nothing.
+#       (AIPQ_XVFB_PID is empty with --use-display; FONTFILE only when it is unset and that font
+#       is installed). --mode sets the DirectFB layer size (default 1920x1080; 1280x720 shows the
+#       scaled panel). Starting again while running prints the same settings and starts nothing.
 #   overlay_xvfb.sh env
 #       Prints the settings again.
 #   overlay_xvfb.sh shot OUT.png
-#       Saves a screenshot of the whole screen as PNG. The file appears complete or not at all.
+#   overlay_xvfb.sh shot PREFIX N
+#       Saves a screenshot of the whole screen as PNG, in OUT.png or in PREFIX_N.png (numbered
+#       shots, e.g. one per recognition), and prints the file's path. The file appears complete
+#       or not at all.
 #   overlay_xvfb.sh stop
 #       Stops the private Xvfb and forgets the state; the caller's own display is left alone.
 #       Stopping when nothing runs is not an error.
@@ -35,7 +39,7 @@ START_TIMEOUT=30
 
 usage() {
   sed -n '2,/^set -euo/p' "$0" | sed '$d' | sed 's/^# \{0,1\}//' >&2
-  exit 2
+  exit "${1:-2}"
 }
 
 die() {
@@ -84,7 +88,7 @@ cmd_start() {
   rm -rf "$STATE"
   mkdir -p "$STATE"
 
-  local display
+  local display xvfb_pid=""
   if [ $use_display -eq 1 ]; then
     [ -n "${DISPLAY:-}" ] || die "--use-display but DISPLAY is not set"
     display=$DISPLAY
@@ -93,7 +97,8 @@ cmd_start() {
     # Xvfb picks a free display number and writes it to the file once it accepts clients.
     Xvfb -displayfd 3 -screen 0 1920x1080x24 -extension GLX -nolisten tcp \
       3>"$STATE/display" >"$STATE/xvfb.log" 2>&1 </dev/null &
-    echo $! >"$STATE/xvfb.pid"
+    xvfb_pid=$!
+    echo $xvfb_pid >"$STATE/xvfb.pid"
     local waited=0
     while ! grep -q '^[0-9]' "$STATE/display" 2>/dev/null; do
       if ! alive "$(cat "$STATE/xvfb.pid")" || [ $waited -ge $((START_TIMEOUT * 10)) ]; then
@@ -110,6 +115,7 @@ cmd_start() {
   {
     echo "export DISPLAY=$display"
     echo "export DFBARGS=system=x11,no-banner,quiet,no-cursor,mode=$mode"
+    echo "export AIPQ_XVFB_PID=$xvfb_pid"
     if [ -z "${FONTFILE:-}" ] && [ -f "$DEJAVU" ]; then
       echo "export FONTFILE=$DEJAVU"
     fi
@@ -118,9 +124,10 @@ cmd_start() {
 }
 
 cmd_shot() {
-  [ $# -eq 1 ] || usage
+  [ $# -eq 1 ] || [ $# -eq 2 ] || usage
   running || die "not started"
   local out=$1 display tmp
+  [ $# -eq 2 ] && out="${1%.png}_$2.png"
   display=$(sed -n 's/^export DISPLAY=//p' "$STATE/env")
   tmp="$(dirname -- "$out")/.$(basename -- "$out").$$.png"
   if ! import -display "$display" -window root "png:$tmp" 2>"$STATE/import.err"; then
@@ -128,6 +135,7 @@ cmd_shot() {
     die "screenshot failed: $(cat "$STATE/import.err")"
   fi
   mv -f "$tmp" "$out"
+  echo "$out"
 }
 
 cmd_stop() {
@@ -171,6 +179,6 @@ case $command in
   shot) cmd_shot "$@" ;;
   stop) [ $# -eq 0 ] || usage; cmd_stop ;;
   run) cmd_run "$@" ;;
-  -h | --help | help) usage ;;
+  -h | --help | help) usage 0 ;;
   *) usage ;;
 esac

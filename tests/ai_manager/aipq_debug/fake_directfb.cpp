@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <mutex>
 
 namespace fakedfb {
 
@@ -21,6 +22,8 @@ T* keep(T* object) {
     return object;
 }
 
+std::mutex g_recordMutex;
+
 void record(const char* object, int id, const char* method, std::vector<long> args = {},
             std::string text = {}) {
     Call call;
@@ -29,7 +32,13 @@ void record(const char* object, int id, const char* method, std::vector<long> ar
     call.method = method;
     call.args = std::move(args);
     call.text = std::move(text);
-    g_state.calls.push_back(std::move(call));
+    {
+        std::lock_guard<std::mutex> lock(g_recordMutex);
+        g_state.calls.push_back(std::move(call));
+    }
+    if (g_state.callDelayUs > 0) {
+        usleep(static_cast<useconds_t>(g_state.callDelayUs));
+    }
 }
 
 Surface* self(IDirectFBSurface* thiz) {

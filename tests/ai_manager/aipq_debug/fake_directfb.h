@@ -82,6 +82,7 @@ struct State {
     int imageHeight = 48;
     int screenWidth = 1920;
     int screenHeight = 1080;
+    int callDelayUs = 0;  // each call takes this long, to widen race windows
 
     // What happened.
     int initCalls = 0;
@@ -99,6 +100,7 @@ struct State {
 
 State& state();
 // Back to defaults with empty records. The root interface keeps its address across resets.
+// Calls may come from several threads; the records themselves are kept consistent.
 void reset();
 
 IDirectFB* root();

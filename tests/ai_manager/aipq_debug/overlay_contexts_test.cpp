@@ -244,7 +244,7 @@ TEST_F(GraphicContextTest, TextIsCutAtEveryNewlineKeepingEmptyLines) {
     for (const Call& c : canvas) {
         methods.push_back(c.method);
     }
-    EXPECT_EQ(methods, (Names{"SetColor", "SetFont", "DrawString", "DrawString", "DrawString"}));
+    ASSERT_EQ(methods, (Names{"SetColor", "SetFont", "DrawString", "DrawString", "DrawString"}));
     EXPECT_EQ(canvas[0].args, (Args{255, 254, 253, 252}));
     EXPECT_EQ(canvas[1].args, (Args{state().fonts[0]->id}));
     const std::vector<std::string> texts = {"A", "", "B"};

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -245,20 +246,23 @@ TEST_F(DisplayTest, ShowAndClearAreSerialised) {
     display->Show();
     host::setLogLevel(1000);  // keep the log sink out of the timing
     state().calls.clear();
+    state().callDelayUs = 20;
 
-    constexpr int kRounds = 300;
-    std::thread shower([&] {
-        for (int i = 0; i < kRounds; ++i) {
-            display->Show();
+    constexpr int kRounds = 100;
+    std::atomic<int> ready{0};
+    auto run = [&](void (AIPQDisplay::*operation)()) {
+        ++ready;
+        while (ready.load() < 2) {
         }
-    });
-    std::thread clearer([&] {
         for (int i = 0; i < kRounds; ++i) {
-            display->Clear();
+            ((*display).*operation)();
         }
-    });
+    };
+    std::thread shower(run, &AIPQDisplay::Show);
+    std::thread clearer(run, &AIPQDisplay::Clear);
     shower.join();
     clearer.join();
+    state().callDelayUs = 0;
 
     // Every operation is canvas Clear, [drawing], window SetBlittingFlags, StretchBlit, Flip.
     const int canvasId = canvas();

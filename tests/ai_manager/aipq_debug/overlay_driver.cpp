@@ -1,7 +1,7 @@
 // Puts the debug overlay on screen with the real DirectFB, the way the recognition controller does,
 // and then follows commands on stdin so that a test can look at the screen in between.
 //
-//   aipq_overlay_driver [--text TEXT]
+//   aipq_overlay_driver [--text TEXT] [--unswapped]
 //
 // Prints "OVERLAY READY" or "NO OVERLAY" after creating the display. Commands, one a line:
 //   show    set up the text and the picture again and Show(); answers "SHOWN"
@@ -10,7 +10,7 @@
 //   quit    (or end of input) exit with status 0
 // The picture is 224 x 224 with four quadrants (RGB): top left 230,40,20; top right 20,200,60;
 // bottom left 30,60,220; bottom right 240,220,30. Like the controller, the driver swaps it to
-// blue-green-red before handing it over.
+// blue-green-red before handing it over; --unswapped hands over the red-green-blue bytes as they are.
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -64,14 +64,20 @@ std::shared_ptr<korvane::aipq::AIPQDisplay> createDisplay() {
 
 int main(int argc, char** argv) {
     std::string text = "AIPQ OVERLAY\nSecond line";
-    for (int i = 1; i + 1 < argc; ++i) {
-        if (std::string(argv[i]) == "--text") {
+    bool swap = true;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--text" && i + 1 < argc) {
             text = argv[++i];
+        } else if (arg == "--unswapped") {
+            swap = false;
         }
     }
 
     std::vector<unsigned char> picture = quadrantPicture();
-    rgbToBgr(picture);
+    if (swap) {
+        rgbToBgr(picture);
+    }
 
     std::shared_ptr<korvane::aipq::AIPQDisplay> display = createDisplay();
     std::string command;

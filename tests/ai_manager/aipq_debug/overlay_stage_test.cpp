@@ -142,14 +142,15 @@ TEST_F(StageTest, TextIsWhiteThirtyUnitsAtOneHundredThreeHundred) {
 }
 
 TEST_F(StageTest, PictureIsDrawnAtItsOwnSizeAtOneHundredThirtyFive) {
-    m_stage.setupImageObject(m_pixels.data(), 224, 224);
+    std::vector<unsigned char> wide(320 * 180 * 3);
+    m_stage.setupImageObject(wide.data(), 320, 180);
     m_stage.doRender();
     ASSERT_EQ(m_gc.kinds(), (Kinds{"fill", "image"}));
-    EXPECT_EQ(m_gc.ops[1].args, (std::vector<int>{100, 35, 224, 224}));
+    EXPECT_EQ(m_gc.ops[1].args, (std::vector<int>{100, 35, 320, 180}));
     ASSERT_NE(m_gc.ops[1].image, nullptr);
     // The image sits on the caller's pixels.
-    EXPECT_EQ(fakedfb::state().surfaces.back()->desc.preallocated[0].data, m_pixels.data());
-    EXPECT_TRUE(m_log.contains("Draw Image : 100 ,  35 , 224 ,224 \n"));
+    EXPECT_EQ(fakedfb::state().surfaces.back()->desc.preallocated[0].data, wide.data());
+    EXPECT_TRUE(m_log.contains("Draw Image : 100 ,  35 , 320 ,180 \n"));
 }
 
 TEST_F(StageTest, SetupReplacesItsKindAndAppendsInCallOrder) {

@@ -182,7 +182,7 @@ private:
 // The overlay driver in a child process, talked to over its stdin and stdout.
 class Driver {
 public:
-    bool start(const std::vector<std::string>& env, const std::string& errLog) {
+    bool start(const std::vector<std::string>& env, const std::string& errLog, const char* option = nullptr) {
         int in[2];
         int out[2];
         if (pipe(in) != 0 || pipe(out) != 0) {
@@ -204,7 +204,7 @@ public:
             for (const std::string& kv : env) {
                 putenv(const_cast<char*>(kv.c_str()));
             }
-            execl(AIPQ_OVERLAY_DRIVER, AIPQ_OVERLAY_DRIVER, static_cast<char*>(nullptr));
+            execl(AIPQ_OVERLAY_DRIVER, AIPQ_OVERLAY_DRIVER, option, static_cast<char*>(nullptr));
             _exit(127);
         }
         close(in[0]);
@@ -424,6 +424,23 @@ TEST_F(OverlayX11Test, FullHdPanelShowsPictureAndTextAndClears) {
     EXPECT_NE(driver.log().find("layer size form [ 1920 x 1080 ]"), std::string::npos) << driver.log();
 }
 
+// DirectFB's RGB24 keeps blue in the first byte in memory: the controller's swap to
+// blue-green-red is what makes the picture come out in its true colours.
+TEST_F(OverlayX11Test, UnswappedBytesShowRedAndBlueExchanged) {
+    startXvfb();
+    if (IsSkipped() || HasFatalFailure()) {
+        return;
+    }
+    Driver driver;
+    ASSERT_TRUE(driver.start(env("1920x1080"), m_dir + "/driver.log", "--unswapped"));
+    ASSERT_EQ(driver.reply(), "OVERLAY READY") << driver.log();
+    ASSERT_EQ(driver.command("show"), "SHOWN") << driver.log();
+    Screenshot shot = shotWhen("shown", [](const Screenshot& s) { return near(s.at(1500, 700), kPanel, 8); });
+    expectColour(shot, 956, 91, Rgb{kTopLeft.b, kTopLeft.g, kTopLeft.r}, 10);
+    expectColour(shot, 956, 203, Rgb{kBottomLeft.b, kBottomLeft.g, kBottomLeft.r}, 10);
+    EXPECT_EQ(driver.finish(), 0) << driver.log();
+}
+
 TEST_F(OverlayX11Test, HdReadyLayerShowsThePanelScaledDown) {
     startXvfb();
     if (IsSkipped() || HasFatalFailure()) {
@@ -553,11 +570,15 @@ TEST_F(OverlayX11Test, HelperScriptStartsShootsAndStops) {
     ASSERT_EQ(driver.reply(), "OVERLAY READY") << driver.log();
     ASSERT_EQ(driver.command("show"), "SHOWN") << driver.log();
 
-    const std::string png = m_dir + "/script-shot.png";
+    // Numbered shots: PREFIX N gives PREFIX_N.png, and the path is printed.
+    const std::string png = m_dir + "/overlay_7.png";
     cv::Mat image;
     const auto end = Clock::now() + std::chrono::seconds(20);
     do {
-        ASSERT_EQ(std::system((state + script + " shot " + png).c_str()), 0);
+        ASSERT_EQ(
+            std::system((state + script + " shot " + m_dir + "/overlay 7 > " + m_dir + "/shot.out").c_str()),
+            0);
+        EXPECT_EQ(readFile(m_dir + "/shot.out"), png + "\n");
         image = cv::imread(png, cv::IMREAD_COLOR);
         ASSERT_FALSE(image.empty());
         cv::Vec3b p = image.at<cv::Vec3b>(700, 1500);
@@ -576,11 +597,12 @@ TEST_F(OverlayX11Test, HelperScriptStartsShootsAndStops) {
 
     const std::string pid = readFile(m_dir + "/state/xvfb.pid");
     ASSERT_FALSE(pid.empty());
+    EXPECT_NE(exported.find("export AIPQ_XVFB_PID=" + pid), std::string::npos) << exported;
     EXPECT_EQ(std::system((state + script + " stop").c_str()), 0);
     EXPECT_FALSE(running(std::atoi(pid.c_str()))) << "Xvfb still running";
     EXPECT_NE(access((m_dir + "/state").c_str(), F_OK), 0);
     EXPECT_EQ(std::system((state + script + " stop").c_str()), 0);
-    EXPECT_NE(std::system((state + script + " shot " + png + " 2>/dev/null").c_str()), 0);
+    EXPECT_NE(std::system((state + script + " shot " + png + " >/dev/null 2>&1").c_str()), 0);
 }
 
 }  // namespace

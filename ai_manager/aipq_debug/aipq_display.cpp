@@ -127,6 +127,13 @@ void AIPQDisplay::setupImageObject(void* buffer, int width, int height) {
     }
 }
 
+void AIPQDisplay::removeImageObject() {
+    OVL_TRACE();
+    if (m_stage != nullptr) {
+        m_stage->removeImageObject();
+    }
+}
+
 void AIPQDisplay::Show() {
     OVL_TRACE();
     UniqueLock lock(&m_mutex);

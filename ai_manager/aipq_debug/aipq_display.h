@@ -33,6 +33,8 @@ public:
     void setupTextObject(std::string& text, int lineSpacing);
     // The buffer is 3 bytes a pixel and must stay valid while it is shown.
     void setupImageObject(void* buffer, int width, int height);
+    // Must be called before the buffer handed to setupImageObject is freed.
+    void removeImageObject();
     void Show();
     void Clear();
     // Not locked; Show and Clear are the locked entry points.

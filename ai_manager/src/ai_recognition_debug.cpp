@@ -157,6 +157,10 @@ void AIRecognition::clearDebugWindow() {
         AM_LOGD("do not enable to show debug window.\n");
         return;
     }
+    // The overlay's picture surface reads the backup buffer in place: drop it before the buffer.
+    if (m_pDebugWindow) {
+        m_pDebugWindow->removeImageObject();
+    }
     delete[] m_pBackupPicture;
     m_pBackupPicture = nullptr;
     if (!m_pDebugWindow) {

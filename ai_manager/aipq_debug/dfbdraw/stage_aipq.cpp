@@ -113,6 +113,13 @@ void StageAIPQ::setupTextObject(std::string& text, int lineSpacing) {
     OVL_LOGD("objects size:%d\n", static_cast<int>(m_renderObjects.size()));
 }
 
+void StageAIPQ::removeImageObject() {
+    OVL_TRACE();
+    if (removeFirstOfType(m_renderObjects, kRenderImageBuffer)) {
+        OVL_LOGD("delete previous image info.\n");
+    }
+}
+
 void StageAIPQ::setupImageObject(void* buffer, int width, int height) {
     OVL_TRACE();
     if (removeFirstOfType(m_renderObjects, kRenderImageBuffer)) {

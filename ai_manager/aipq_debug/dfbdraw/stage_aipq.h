@@ -115,6 +115,8 @@ public:
     // of the last setup calls.
     void setupTextObject(std::string& text, int lineSpacing);
     void setupImageObject(void* buffer, int width, int height);
+    // Drops the picture, whose surface reads the caller's buffer in place, before that buffer goes.
+    void removeImageObject();
     void doRender();
 
     void renderRectangle(RenderObjectRectangle* obj);

@@ -177,6 +177,20 @@ TEST_F(StageTest, SetupReplacesItsKindAndAppendsInCallOrder) {
     EXPECT_EQ(m_gc.kinds(), (Kinds{"fill", "image", "font", "text"}));
 }
 
+TEST_F(StageTest, RemovingThePictureGivesItsSurfaceBackAndDrawsNoImage) {
+    std::string text = "t";
+    m_stage.setupTextObject(text, 5);
+    m_stage.setupImageObject(m_pixels.data(), 224, 224);
+    ASSERT_EQ(fakedfb::liveSurfaces(), 1);
+    m_stage.removeImageObject();
+    EXPECT_EQ(fakedfb::liveSurfaces(), 0) << "the surface reading the caller's buffer must be gone";
+    EXPECT_EQ(names(), (std::vector<std::string>{"background", "aipqText"}));
+    m_stage.doRender();
+    EXPECT_EQ(m_gc.kinds(), (Kinds{"fill", "font", "text"}));
+    m_stage.removeImageObject();  // nothing left to remove: harmless
+    EXPECT_EQ(names().size(), 2u);
+}
+
 TEST_F(StageTest, HiddenAndUnknownObjectsAreNotDrawn) {
     std::string text = "t";
     m_stage.setupTextObject(text, 5);

@@ -40,6 +40,8 @@ public:
     void handleSendMessageQueue();
 
 private:
+    void markSendThreadEnded();
+
     unsigned char* m_pShareMemory;
     char m_sendMessage[40];
     std::atomic<bool> m_loopSendMessageQueue;
@@ -49,6 +51,12 @@ private:
     Mutex m_requestMutex;
     Mutex m_envMutex;
     std::atomic<bool> m_messageQueueOpened;
+    // Guarded by m_sendMutex: the send thread is parked on m_sendCond and nobody has signalled it
+    // yet, or it has ended. triggerMessage waits on m_sendReadyCond for the former, so that a
+    // command is not lost while the thread is still busy with the one before.
+    bool m_sendThreadWaiting;
+    bool m_sendThreadEnded;
+    pthread_cond_t m_sendReadyCond;
 };
 
 void* threadSendMessageQueueForAiService(void* manager);

@@ -1,0 +1,67 @@
+#ifndef TOOLS_AI_SERVICE_SERVICE_RUNNER_H
+#define TOOLS_AI_SERVICE_SERVICE_RUNNER_H
+
+#include <mqueue.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "command_handler.h"
+
+namespace ai_service {
+
+struct Options {
+    std::map<std::string, int32_t> answers;  // command -> state to answer instead of handling it
+    int delayMs = 0;
+    bool noAnswer = false;
+    long exitAfter = -1;  // commands, < 0: never
+    std::string traceFile;
+    std::string recordFile;
+};
+
+// Parses the command line; false with a message for the user on a bad option. `help` is set for
+// --help.
+bool parseOptions(int argc, char** argv, Options* options, bool* help, std::string* message);
+const char* usageText();
+
+// The service's side of the channel: the segment, the queue (followed across client restarts)
+// and the loop that answers each command.
+class ServiceRunner {
+public:
+    explicit ServiceRunner(const Options& options);
+    ~ServiceRunner();
+
+    // Returns the process exit status once stopped by a command, --exit-after or requestStop().
+    int run();
+    // Async-signal-safe.
+    void requestStop() { m_stop = true; }
+
+private:
+    bool attachSegment();
+    bool openQueue(bool create);
+    // Re-checks which queue the name stands for and moves to a newer one.
+    void followQueue();
+    void dropStaleBacklog();
+    void serve(const char* message, size_t length);
+    void trace(const char* message, size_t length);
+
+    Options m_options;
+    CommandHandler m_handler;
+    std::atomic<bool> m_stop{false};
+    uint8_t* m_segment = nullptr;
+    mqd_t m_queue = static_cast<mqd_t>(-1);
+    dev_t m_queueDev = 0;
+    ino_t m_queueIno = 0;
+    bool m_nameGoneLogged = false;
+    long m_commands = 0;
+    FILE* m_trace = nullptr;
+    FILE* m_record = nullptr;
+};
+
+}  // namespace ai_service
+
+#endif

@@ -164,6 +164,8 @@ bool AIRecognition::handleAIPQSupported() {
 
 void* AIPQSupportedCheckProc(void* userData) {
     AM_ENTER();
+    // Nobody joins this thread; let it give its resources back when it ends.
+    pthread_detach(pthread_self());
     if (userData == nullptr) {
         AM_LOGE("User data is NULL.\n");
     } else {

@@ -86,7 +86,9 @@ const char* usageText() {
            "  --help              this text\n"
            "\n"
            "Model: \"builtin:reference\" (default) or an .onnx file named by the client's model\n"
-           "configuration (RECOGNITION_MODEL_PATH / RECOGNITION_LABEL_PATH on the daemon's side).\n";
+           "configuration (RECOGNITION_MODEL_PATH / RECOGNITION_LABEL_PATH on the daemon's side).\n"
+           "The segment and the queue are created when missing and left in place on exit: the\n"
+           "daemon owns the queue's name, and the segment outlives both processes.\n";
 }
 
 bool parseOptions(int argc, char** argv, Options* options, bool* help, std::string* message) {
@@ -217,6 +219,11 @@ bool ServiceRunner::openQueue(bool create) {
                          : mq_open(proto::kQueueName, O_RDONLY);
     if (queue == static_cast<mqd_t>(-1)) {
         return false;
+    }
+    if (create) {
+        // Past the umask, so that a client running as another user can still send; only the
+        // owner may change it, and then it was already right or not ours to change.
+        (void)fchmod(queue, 0666);
     }
     struct stat st;
     if (fstat(queue, &st) != 0) {

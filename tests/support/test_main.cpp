@@ -6,7 +6,12 @@
 #include <vector>
 
 // DirectFB's support library trips ThreadSanitizer's mutex checks in its own start-up code.
-extern "C" const char* __tsan_default_suppressions() { return "mutex:libdirect-1.7.so.7\n"; }
+// OpenCV, its TBB thread pool and GDAL (registered by OpenCV's image codecs) are not built with
+// the sanitizer either: their own synchronisation is invisible to it.
+extern "C" const char* __tsan_default_suppressions() {
+    return "mutex:libdirect-1.7.so.7\ndeadlock:libgdal.so\nrace:libopencv_core.so\nrace:libopencv_dnn.so\n"
+           "race:libtbb.so\n";
+}
 
 // End-to-end tests run the real binaries with fixed IPC names and marker paths: each test
 // process re-executes itself inside a private sandbox so that runs never meet.

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "host_platform.h"
+#include "sandbox_reexec.h"
 #include "log_capture.h"
 #include "osal.h"
 #include "picture_capture.h"
@@ -25,38 +26,7 @@
 
 namespace {
 
-struct SandboxReexec {
-    SandboxReexec() {
-        if (std::getenv("AIPQ_SANDBOXED") != nullptr) {
-            return;
-        }
-        std::ifstream in("/proc/self/cmdline", std::ios::binary);
-        std::vector<std::string> args;
-        for (std::string arg; std::getline(in, arg, '\0');) {
-            if (arg.rfind("--gtest_list_tests", 0) == 0) {
-                return;
-            }
-            args.push_back(arg);
-        }
-        std::string sandbox = std::string(AIPQ_SOURCE_DIR) + "/scripts/sandbox.sh";
-        char self[4096];
-        ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
-        if (n <= 0 || args.empty()) {
-            return;
-        }
-        self[n] = '\0';
-        args[0] = self;
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(sandbox.c_str()));
-        for (auto& a : args) {
-            argv.push_back(const_cast<char*>(a.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(sandbox.c_str(), argv.data());
-        perror("execv sandbox");
-        _exit(1);
-    }
-} g_sandbox;
+AIPQ_TESTS_RUN_IN_SANDBOX();
 
 constexpr int kKey = 72314;
 constexpr size_t kSegmentSize = 150552;

@@ -28,7 +28,7 @@ if [ -n "$duration" ] && ! [[ "$duration" =~ ^[0-9]+$ ]]; then
   exit 2
 fi
 
-BIN=$PWD/build/bin
+BIN=${AIPQ_BUILD_BIN:-$PWD/build/bin}
 for b in ai_manager ai_service tvctl; do
   [ -x "$BIN/$b" ] || { echo "missing $BIN/$b: build first (scripts/run_host.sh builds)" >&2; exit 2; }
 done

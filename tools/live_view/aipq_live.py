@@ -97,12 +97,17 @@ def main():
         if not in_cycle:
             continue
         if pending:
-            # The apply decision is the worker's next step after its retry loop.
+            # The apply decision follows the retry loop: an AIPQ check, then the row if the scene
+            # changed, closed by the "call  pq setting interface" line.
+            if "getAIPQEnable()" in line:
+                continue
             m = APPLIED.search(line)
             if m:
                 applied = int(m.group(1))
                 if 0 <= applied < len(LABELS):
                     scene = LABELS[applied]
+                continue
+            if applied is not None and "call  pq setting interface" not in line:
                 continue
             report()
             in_cycle = False

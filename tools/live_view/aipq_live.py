@@ -82,15 +82,22 @@ def main():
             state = "APPLIED (scene changed)" if applied is not None else "not applied (same scene)"
             print("  scene: %-12s %s" % (scene, state))
         print(pq_in_force(args.tv_dir))
-        if args.screenshot_cmd:
-            shot = subprocess.run(args.screenshot_cmd + " %d" % count, shell=True,
-                                  capture_output=True, text=True)
-            if shot.stdout.strip():
-                print("  overlay screenshot: " + shot.stdout.strip())
         sys.stdout.flush()
 
-    in_cycle = pending = False
+    def screenshot():
+        shot = subprocess.run(args.screenshot_cmd + " %d" % count, shell=True,
+                              capture_output=True, text=True)
+        if shot.stdout.strip():
+            print("  overlay screenshot: " + shot.stdout.strip())
+            sys.stdout.flush()
+
+    in_cycle = pending = want_shot = False
     for line in follow(args.log):
+        # The overlay is drawn after the apply step; shoot once the panel reached the screen.
+        if want_shot and "Flip the surface." in line:
+            time.sleep(0.3)  # the line is written just before the flip itself
+            screenshot()
+            want_shot = False
         if CYCLE in line:
             in_cycle, pending, preds, result, applied = True, False, [], None, None
             continue
@@ -111,6 +118,7 @@ def main():
                 continue
             report()
             in_cycle = False
+            want_shot = bool(args.screenshot_cmd)
             continue
         m = PRED.search(line)
         if m:

@@ -44,6 +44,8 @@ cleanup() {
   trap - INT TERM EXIT
   echo
   echo "stopping ..."
+  # The view goes first: the daemon clears its overlay on the way out.
+  [ -n "${viewer_pid:-}" ] && kill -TERM "$viewer_pid" 2>/dev/null || true
   [ -n "${daemon_pid:-}" ] && kill -TERM "$daemon_pid" 2>/dev/null && wait "$daemon_pid" 2>/dev/null || true
   for p in "${pids[@]}"; do kill -TERM "$p" 2>/dev/null || true; done
   wait 2>/dev/null || true
@@ -80,7 +82,7 @@ daemon_pid=$!
 echo "host TV running: source ${source_path:-built-in synthetic scenes}; $("$BIN/tvctl" get player_state >/dev/null && echo 'state watching')"
 echo "first recognition in about 3 s, then every 5 s; Ctrl-C to stop"
 python3 tools/live_view/aipq_live.py "$logs/ai_manager.log" "$AIPQ_TV_DIR" ${shot_cmd:+--screenshot-cmd "$shot_cmd"} &
-pids+=($!)
+viewer_pid=$!
 
 if [ -n "$duration" ]; then
   sleep "$duration" &

@@ -312,6 +312,25 @@ TEST_F(RecognitionCycleTest, FailedCaptureStillRefreshesTheOverlayButNeverRecogn
     EXPECT_NE(text.find("\nnr: -1, saturation: 0, sharpness: 0, .\n"), std::string::npos) << text;
 }
 
+TEST_F(RecognitionCycleTest, KeptResultReusesTheLastRecognitionAndPqText) {
+    AIRecognitionTestPeer::setShowDebugWindow(controller, true);
+    AIRecognitionTestPeer::installInertDisplay(controller);
+    EXPECT_CALL(recognition, recognitionPicture(_, _, _, _)).WillOnce(answer(0, svc::Cat));
+    EXPECT_CALL(*platform, setVideoPQParameters(_)).WillOnce(Return(0));
+    controller.recognitionProcess();
+
+    LogCapture log;
+    AiPQPredictLabel food = svc::Food;
+    controller.updateDebugInfo(true, nullptr, food, food, nullptr);
+    const std::string text = debugText(log);
+    EXPECT_EQ(text.rfind(">>>>>> Memory Info:", 0), 0u) << text;
+    EXPECT_NE(text.find("\nCurrent Label: Cat     Previous Label: Invalid"), std::string::npos) << text;
+    // Cat's offsets, not Food's (Food would show colortunerMagS: 5).
+    EXPECT_NE(text.find("sharpness: -4, "), std::string::npos) << text;
+    EXPECT_NE(text.find("colortunerMagS: 0, "), std::string::npos) << text;
+    EXPECT_EQ(text.find("Food"), std::string::npos) << text;
+}
+
 TEST_F(RecognitionCycleTest, WithoutTheOverlayNoDebugTextIsBuilt) {
     EXPECT_CALL(recognition, recognitionPicture(_, _, _, _)).WillOnce(answer(0, svc::Cat));
     EXPECT_CALL(*platform, setVideoPQParameters(_)).WillOnce(Return(0));

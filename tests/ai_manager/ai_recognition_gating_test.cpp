@@ -120,6 +120,8 @@ struct GateCase {
     bool promptStop;
 };
 
+void PrintTo(const GateCase& c, std::ostream* os) { *os << c.name; }
+
 class StopWhileParkedTest : public GatingTest, public ::testing::WithParamInterface<GateCase> {};
 
 TEST_P(StopWhileParkedTest, StopReturnsPromptlyExceptFromTheHdrWait) {

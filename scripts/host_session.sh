@@ -65,6 +65,7 @@ shot_cmd=""
 if [ "$overlay" -eq 1 ]; then
   shots=${logs_dir:-$PWD/aipq_overlay}
   mkdir -p "$shots"
+  export AIPQ_OVERLAY_STATE=/var/run/aipq_overlay  # inside the sandbox: gone with it
   eval "$(scripts/overlay_xvfb.sh start)"
   pids+=("$AIPQ_XVFB_PID")
   touch /var/local/aipq_show_debug_window_enable

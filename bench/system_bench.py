@@ -162,7 +162,13 @@ def thread_roles(records, pid):
     # Threads that never log are named by where they sleep.
     for tid in tasks(pid):
         wchan = read_first(f"/proc/{pid}/task/{tid}/wchan").strip()
-        if str(tid) != str(pid) and wchan and wchan != "0":
+        if str(tid) == str(pid) or not wchan or wchan == "0":
+            continue
+        if "sigtimedwait" in wchan:
+            roles[str(tid)] = "thread in sigwait (signal watcher)"
+        elif "poll" in wchan:
+            roles[str(tid)] = "thread in poll (tv-directory watcher)"
+        else:
             roles[str(tid)] = f"thread in {wchan}"
     for _, tid, text in records:
         key = str(tid)

@@ -189,6 +189,7 @@ def one_run(args):
     env = dict(os.environ, AIPQ_TV_DIR=TV_DIR)
     env.pop("AIPQ_CAPTURE_SOURCE", None)
     env.pop("AIPQ_TIME_SCALE", None)
+    env.pop("AIPQ_LOG_LEVEL", None)  # the markers below are lines of the default level
     daemon_log = os.path.join(WORK, "ai_manager.log")
     trace = os.path.join(WORK, "ai_service.trace")
     result = {"loadavg_start": read_first("/proc/loadavg").split()[:3]}
@@ -321,6 +322,12 @@ def one_run(args):
                             "log_bytes": os.path.getsize(daemon_log) - log_size}
         result["thread_roles"] = thread_roles(reader.records(touched), daemon.pid)
         result["loadavg_end"] = read_first("/proc/loadavg").split()[:3]
+    except Exception:
+        # The sandbox takes the logs with it: show their ends before it goes.
+        for name in ("ai_manager.log", "ai_manager.out", "ai_service.log"):
+            tail = read_first(os.path.join(WORK, name)).splitlines()[-15:]
+            log(f"--- last lines of {name}:\n" + "\n".join(tail))
+        raise
     finally:
         for p in reversed(procs):
             if p.poll() is None:

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "dfb_entry.h"
 #include "graphic_context.h"
 #include "overlay_log.h"
 #include "stage_aipq.h"
@@ -16,7 +17,7 @@ namespace aipq {
 
 std::shared_ptr<AIPQDisplay> AIPQDisplay::create() {
     OVL_TRACE();
-    if (DirectFBInit(nullptr, nullptr) != DFB_OK) {
+    if (dfbInit(nullptr, nullptr) != DFB_OK) {
         OVL_LOGE("Failed to Init DFB.\n");
         return std::shared_ptr<AIPQDisplay>();
     }

@@ -30,7 +30,7 @@ bool dfbCanStart() {
     }
     if (pid == 0) {
         IDirectFB* dfb = nullptr;
-        if (DirectFBCreate(&dfb) != DFB_OK || dfb == nullptr) {
+        if (dfbCreate(&dfb) != DFB_OK || dfb == nullptr) {
             _exit(1);
         }
         // A proper shutdown: the x11 system leaves its shared-memory images behind otherwise.
@@ -74,7 +74,7 @@ IDirectFB* getDFB() {
     std::lock_guard<std::mutex> lock(g_dfbMutex);
     if (g_dfb == nullptr) {
         IDirectFB* dfb = nullptr;
-        if (!dfbCanStart() || DirectFBCreate(&dfb) != DFB_OK || dfb == nullptr) {
+        if (!dfbCanStart() || dfbCreate(&dfb) != DFB_OK || dfb == nullptr) {
             OVL_LOGE("Failed to create DFB handle.\n");
             return nullptr;
         }

@@ -3,6 +3,7 @@
 
 #include <directfb.h>
 
+#include "dfb_entry.h"
 #include "overlay_log.h"
 
 // A DirectFB call that must not fail: log the result, then let DirectFB end the process.
@@ -10,7 +11,7 @@
 #define OVL_FATAL(ret, call)                                                                               \
     do {                                                                                                   \
         OVL_LOGE("DirectFBErrorFatal %d (ok is %d)\n\n", static_cast<int>(ret), static_cast<int>(DFB_OK)); \
-        DirectFBErrorFatal(call, ret);                                                                     \
+        korvane::dfbErrorFatal(call, ret);                                                                 \
     } while (0)
 
 namespace korvane {

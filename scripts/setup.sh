@@ -8,6 +8,7 @@ PACKAGES=(
   pkg-config git util-linux procps psmisc
   libgtest-dev libgmock-dev libbenchmark-dev
   libboost-dev libdirectfb-dev libdirectfb-extra libopencv-dev
+  libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
   xvfb x11-apps imagemagick fonts-dejavu-core
   python3 python3-onnx python3-numpy
 )

@@ -1,24 +1,24 @@
-// Host frame grabber: pictures from a file, a directory, a video or built-in test scenes instead of
-// the TV's video path. Source: environment AIPQ_CAPTURE_SOURCE.
+// Host frame grabber: built-in test scenes, or pictures from an image, a directory or a video
+// (environment AIPQ_CAPTURE_SOURCE) instead of the TV's video path. Files are read by a plug-in
+// loaded only when such a source is set: the image and video libraries it needs weigh some 60 MiB
+// of mappings that a daemon on the built-in scenes must not carry.
+#include <dlfcn.h>
 #include <errno.h>
+#include <limits.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <mutex>
-#include <opencv2/core.hpp>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
-#include <opencv2/videoio.hpp>
 #include <string>
 #include <vector>
 
+#include "capture_files/capture_files_plugin.h"
 #include "dbg_log.h"
 #include "osal.h"
 #include "picture_capture.h"
@@ -27,6 +27,10 @@
 #define PC_LOGE(fmt, ...) DBG_LOG(DBG_LEVEL_ERROR, PC_TAG, fmt, ##__VA_ARGS__)
 #define PC_LOGN(fmt, ...) DBG_LOG(DBG_LEVEL_NOTICE, PC_TAG, fmt, ##__VA_ARGS__)
 #define PC_LOGD(fmt, ...) DBG_LOG(DBG_LEVEL_DEBUG, PC_TAG, fmt, ##__VA_ARGS__)
+
+#ifndef AIPQ_CAPTURE_PLUGIN_FILE
+#define AIPQ_CAPTURE_PLUGIN_FILE "libaipq_capture_files.so"
+#endif
 
 namespace {
 
@@ -39,6 +43,10 @@ constexpr int kHeight = 224;
 constexpr size_t kPictureBytes = static_cast<size_t>(kWidth) * kHeight * 3;
 constexpr int kSyntheticScenes = 4;
 const char* const kSyntheticNames[kSyntheticScenes] = {"sky", "grass", "snow", "cartoon"};
+constexpr size_t kTextSize = 512;
+
+static_assert(AIPQ_CAPTURE_FILES_WIDTH == kWidth && AIPQ_CAPTURE_FILES_HEIGHT == kHeight,
+              "the plug-in delivers the picture size the AI service reads");
 
 uint64_t digest(const uint8_t* data, size_t size) {
     uint64_t hash = 1469598103934665603ULL;  // FNV-1a, as the AI service prints it
@@ -62,101 +70,99 @@ uint8_t clampByte(int v) {
     return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
 }
 
-// Built-in scenes, RGB: clear cases of what the reference classifier tells apart.
-cv::Mat syntheticScene(int index) {
-    cv::Mat rgb(kHeight, kWidth, CV_8UC3);
-    Lcg noise{static_cast<uint32_t>(index * 7919 + 17)};
-    switch (index) {
-        case 0: {  // blue sky, brighter towards the horizon, a few soft clouds
-            for (int y = 0; y < kHeight; ++y) {
-                for (int x = 0; x < kWidth; ++x) {
-                    cv::Vec3b& p = rgb.at<cv::Vec3b>(y, x);
-                    p[0] = clampByte(40 + y * 90 / kHeight + noise.next(3));
-                    p[1] = clampByte(105 + y * 75 / kHeight + noise.next(3));
-                    p[2] = clampByte(215 + y * 25 / kHeight + noise.next(3));
-                }
-            }
-            cv::Mat clouds(kHeight, kWidth, CV_8UC1, cv::Scalar(0));
-            cv::ellipse(clouds, cv::Point(60, 50), cv::Size(40, 14), 0, 0, 360, cv::Scalar(255), -1);
-            cv::ellipse(clouds, cv::Point(165, 95), cv::Size(32, 11), 0, 0, 360, cv::Scalar(255), -1);
-            cv::GaussianBlur(clouds, clouds, cv::Size(0, 0), 6);
-            for (int y = 0; y < kHeight; ++y) {
-                for (int x = 0; x < kWidth; ++x) {
-                    int a = clouds.at<uint8_t>(y, x);
-                    cv::Vec3b& p = rgb.at<cv::Vec3b>(y, x);
-                    for (int c = 0; c < 3; ++c) {
-                        p[c] = clampByte((p[c] * (255 - a) + 245 * a) / 255);
-                    }
-                }
-            }
-            break;
-        }
-        case 1:  // grass: textured green, blades as vertical streaks, darker at the bottom
-            for (int y = 0; y < kHeight; ++y) {
-                for (int x = 0; x < kWidth; ++x) {
-                    int streak = ((x * 37) % 11) * 3 - 15;
-                    int shade = -y * 30 / kHeight;
-                    cv::Vec3b& p = rgb.at<cv::Vec3b>(y, x);
-                    p[0] = clampByte(70 + shade / 2 + noise.next(12));
-                    p[1] = clampByte(150 + streak + shade + noise.next(22));
-                    p[2] = clampByte(45 + shade / 2 + noise.next(10));
-                }
-            }
-            break;
-        case 2:  // snow field under a grey-white sky, bluish shadows
-            for (int y = 0; y < kHeight; ++y) {
-                for (int x = 0; x < kWidth; ++x) {
-                    bool shadow = ((x + 2 * y) / 37) % 3 == 0 && y > kHeight / 3;
-                    int base = shadow ? 212 : 238;
-                    cv::Vec3b& p = rgb.at<cv::Vec3b>(y, x);
-                    int n = noise.next(6);
-                    p[0] = clampByte(base - 6 + n);
-                    p[1] = clampByte(base - 2 + n);
-                    p[2] = clampByte(base + 8 + n);
-                }
-            }
-            break;
-        default: {  // cartoon: flat saturated colours, hard outlines
-            rgb.setTo(cv::Scalar(255, 215, 40));
-            cv::rectangle(rgb, cv::Rect(0, 150, kWidth, 74), cv::Scalar(60, 190, 60), -1);
-            cv::circle(rgb, cv::Point(70, 80), 40, cv::Scalar(230, 40, 40), -1);
-            cv::circle(rgb, cv::Point(70, 80), 40, cv::Scalar(20, 20, 20), 3);
-            cv::rectangle(rgb, cv::Rect(130, 60, 70, 70), cv::Scalar(40, 90, 230), -1);
-            cv::rectangle(rgb, cv::Rect(130, 60, 70, 70), cv::Scalar(20, 20, 20), 3);
-            std::vector<cv::Point> roof = {{120, 60}, {165, 20}, {210, 60}};
-            cv::fillConvexPoly(rgb, roof, cv::Scalar(200, 30, 160));
-            break;
-        }
-    }
-    return rgb;
+void setPixel(uint8_t* p, int r, int g, int b) {
+    p[0] = clampByte(r);
+    p[1] = clampByte(g);
+    p[2] = clampByte(b);
 }
 
-bool isImageName(const std::filesystem::path& path) {
-    std::string ext = path.extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    static const char* const kImageExtensions[] = {".png", ".jpg", ".jpeg", ".bmp",  ".ppm",
-                                                   ".pgm", ".pnm", ".tif",  ".tiff", ".webp"};
-    for (const char* known : kImageExtensions) {
-        if (ext == known) {
-            return true;
+// Coverage 0..255 of a soft-edged ellipse: a cloud, opaque inside and fading over some 12 pixels.
+int cloudCover(int x, int y, int cx, int cy, int ax, int ay) {
+    float dx = static_cast<float>(x - cx) / static_cast<float>(ax);
+    float dy = static_cast<float>(y - cy) / static_cast<float>(ay);
+    float inside = (1.0f - std::sqrt(dx * dx + dy * dy)) * static_cast<float>(ay) / 12.0f + 0.5f;
+    return inside <= 0.0f ? 0 : (inside >= 1.0f ? 255 : static_cast<int>(inside * 255.0f));
+}
+
+// Cartoon: flat saturated shapes with hard dark outlines, painted back to front.
+void cartoonPixel(int x, int y, uint8_t* p) {
+    int r = 255, g = 215, b = 40;  // yellow backdrop
+    if (y >= 150) {
+        r = 60, g = 190, b = 60;  // lawn
+    }
+    int dx = x - 70;
+    int dy = y - 80;
+    int d2 = dx * dx + dy * dy;
+    if (d2 <= 40 * 40) {
+        r = 230, g = 40, b = 40;  // ball
+    }
+    if (d2 >= 38 * 38 && d2 <= 42 * 42) {
+        r = 20, g = 20, b = 20;
+    }
+    if (x >= 129 && x <= 200 && y >= 59 && y <= 130) {  // house with a 3-pixel outline
+        bool outline = x <= 131 || x >= 198 || y <= 61 || y >= 128;
+        r = outline ? 20 : 40, g = outline ? 20 : 90, b = outline ? 20 : 230;
+    }
+    // Roof: the triangle (120,60) (165,20) (210,60).
+    if (y >= 20 && y <= 60 && 40 * (x - 120) >= 45 * (60 - y) && 40 * (210 - x) >= 45 * (60 - y)) {
+        r = 200, g = 30, b = 160;
+    }
+    setPixel(p, r, g, b);
+}
+
+// Built-in scenes, RGB: clear cases of what the reference classifier tells apart.
+void syntheticScene(int index, uint8_t* rgb) {
+    Lcg noise{static_cast<uint32_t>(index * 7919 + 17)};
+    for (int y = 0; y < kHeight; ++y) {
+        for (int x = 0; x < kWidth; ++x) {
+            uint8_t* p = rgb + (static_cast<size_t>(y) * kWidth + x) * 3;
+            switch (index) {
+                case 0: {  // blue sky, brighter towards the horizon, two soft clouds
+                    int r = 40 + y * 90 / kHeight + noise.next(3);
+                    int g = 105 + y * 75 / kHeight + noise.next(3);
+                    int b = 215 + y * 25 / kHeight + noise.next(3);
+                    int a = std::max(cloudCover(x, y, 60, 50, 40, 14), cloudCover(x, y, 165, 95, 32, 11));
+                    setPixel(p, (r * (255 - a) + 245 * a) / 255, (g * (255 - a) + 245 * a) / 255,
+                             (b * (255 - a) + 245 * a) / 255);
+                    break;
+                }
+                case 1: {  // grass: textured green, blades as vertical streaks, darker at the bottom
+                    int streak = ((x * 37) % 11) * 3 - 15;
+                    int shade = -y * 30 / kHeight;
+                    int r = 70 + shade / 2 + noise.next(12);
+                    int g = 150 + streak + shade + noise.next(22);
+                    int b = 45 + shade / 2 + noise.next(10);
+                    setPixel(p, r, g, b);
+                    break;
+                }
+                case 2: {  // snow field under a grey-white sky, bluish shadows
+                    bool shadow = ((x + 2 * y) / 37) % 3 == 0 && y > kHeight / 3;
+                    int base = shadow ? 212 : 238;
+                    int n = noise.next(6);
+                    setPixel(p, base - 6 + n, base - 2 + n, base + 8 + n);
+                    break;
+                }
+                default:
+                    cartoonPixel(x, y, p);
+                    break;
+            }
         }
     }
-    return false;
+}
+
+std::string directoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
 }
 
 }  // namespace
 
 struct PictureCapture::Impl {
-    enum class Kind { Unset, Synthetic, Image, Directory, Video, Unreadable };
+    enum class Kind { Unset, Synthetic, Files, Unreadable };
 
     std::mutex mutex;
     Kind kind = Kind::Unset;
     std::string source;
-    std::vector<std::string> files;
-    size_t nextFile = 0;
-    cv::VideoCapture video;
-    double fps = 0.0;
-    long frameCount = 0;
     OsalTime playStart = {0, 0};
     unsigned syntheticIndex = 0;
     unsigned captures = 0;
@@ -165,119 +171,140 @@ struct PictureCapture::Impl {
     uint8_t* shm = nullptr;
     bool shmFailureLogged = false;
 
+    void* plugin = nullptr;
+    AipqCaptureFilesOpenFn pluginOpen = nullptr;
+    AipqCaptureFilesReadFn pluginRead = nullptr;
+    AipqCaptureFilesCloseFn pluginClose = nullptr;
+    AipqCaptureFiles* files = nullptr;
+
     void configure();
-    bool grab(cv::Mat* rgb);
-    bool grabVideo(cv::Mat* rgb);
+    bool loadPlugin(std::string* error);
+    bool tryPlugin(const std::string& path, std::string* error);
+    void closeFiles();
+    bool grab();
     void publish();
     void detach();
 };
 
+bool PictureCapture::Impl::tryPlugin(const std::string& path, std::string* error) {
+    // Never unloaded: image and video libraries are not made to be torn down inside a process.
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (library == nullptr) {
+        const char* why = dlerror();
+        *error = why != nullptr ? why : path + ": cannot be loaded";
+        return false;
+    }
+    auto abi = reinterpret_cast<AipqCaptureFilesAbiFn>(dlsym(library, "aipq_capture_files_abi"));
+    auto open = reinterpret_cast<AipqCaptureFilesOpenFn>(dlsym(library, "aipq_capture_files_open"));
+    auto read = reinterpret_cast<AipqCaptureFilesReadFn>(dlsym(library, "aipq_capture_files_read"));
+    auto close = reinterpret_cast<AipqCaptureFilesCloseFn>(dlsym(library, "aipq_capture_files_close"));
+    if (abi == nullptr || open == nullptr || read == nullptr || close == nullptr) {
+        *error = path + " is not a capture plug-in";
+        dlclose(library);
+        return false;
+    }
+    if (abi() != AIPQ_CAPTURE_FILES_ABI) {
+        *error = path + " is a capture plug-in of interface " + std::to_string(abi()) + ", not " +
+                 std::to_string(AIPQ_CAPTURE_FILES_ABI);
+        dlclose(library);
+        return false;
+    }
+    plugin = library;
+    pluginOpen = open;
+    pluginRead = read;
+    pluginClose = close;
+    PC_LOGN("capture plug-in %s loaded.\n", path.c_str());
+    return true;
+}
+
+bool PictureCapture::Impl::loadPlugin(std::string* error) {
+    if (plugin != nullptr) {
+        return true;
+    }
+    const char* env = std::getenv("AIPQ_CAPTURE_PLUGIN");
+    if (env != nullptr && *env != '\0') {
+        return tryPlugin(env, error);
+    }
+    // Installed as the build lays it out: binaries in bin/ (tests in tests/), modules in lib/.
+    char self[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (n <= 0) {
+        *error = std::string("cannot tell where this program lives: ") + strerror(errno);
+        return false;
+    }
+    self[n] = '\0';
+    std::string dir = directoryOf(self);
+    const std::string candidates[] = {dir + "/../lib/" AIPQ_CAPTURE_PLUGIN_FILE,
+                                      dir + "/" AIPQ_CAPTURE_PLUGIN_FILE};
+    for (const std::string& candidate : candidates) {
+        if (access(candidate.c_str(), F_OK) == 0) {
+            return tryPlugin(candidate, error);
+        }
+    }
+    *error = std::string(AIPQ_CAPTURE_PLUGIN_FILE " found neither in ") + dir + "/../lib nor in " + dir +
+             " (AIPQ_CAPTURE_PLUGIN names it elsewhere)";
+    return false;
+}
+
+void PictureCapture::Impl::closeFiles() {
+    if (files != nullptr) {
+        pluginClose(files);
+        files = nullptr;
+    }
+}
+
 void PictureCapture::Impl::configure() {
     const char* env = std::getenv("AIPQ_CAPTURE_SOURCE");
     source = env != nullptr ? env : "";
-    files.clear();
-    nextFile = 0;
-    video.release();
+    closeFiles();
     osalGetUptime(&playStart);
     if (source.empty()) {
         kind = Kind::Synthetic;
         PC_LOGN("capture source: built-in scenes (sky, grass, snow, cartoon in turn).\n");
         return;
     }
-    std::error_code ec;
-    std::filesystem::file_status status = std::filesystem::status(source, ec);
-    if (ec || !std::filesystem::exists(status)) {
+    std::string error;
+    if (!loadPlugin(&error)) {
         kind = Kind::Unreadable;
-        PC_LOGE("capture source %s does not exist.\n", source.c_str());
+        PC_LOGE("capture source %s needs the capture plug-in: %s.\n", source.c_str(), error.c_str());
         return;
     }
-    if (std::filesystem::is_directory(status)) {
-        for (const auto& entry : std::filesystem::directory_iterator(source, ec)) {
-            if (entry.is_regular_file(ec) && isImageName(entry.path())) {
-                files.push_back(entry.path().string());
-            }
-        }
-        std::sort(files.begin(), files.end());
-        if (files.empty()) {
-            kind = Kind::Unreadable;
-            PC_LOGE("capture source %s holds no image files.\n", source.c_str());
-            return;
-        }
-        kind = Kind::Directory;
-        PC_LOGN("capture source: %zu images of directory %s, in name order.\n", files.size(), source.c_str());
-        return;
-    }
-    if (isImageName(source)) {
-        kind = Kind::Image;
-        PC_LOGN("capture source: image %s.\n", source.c_str());
-        return;
-    }
-    if (!video.open(source) || !video.isOpened()) {
+    char text[kTextSize] = {0};
+    files = pluginOpen(source.c_str(), text, sizeof(text));
+    if (files == nullptr) {
         kind = Kind::Unreadable;
-        PC_LOGE("capture source %s is neither an image nor a readable video.\n", source.c_str());
+        PC_LOGE("%s\n", text);
         return;
     }
-    fps = video.get(cv::CAP_PROP_FPS);
-    if (!(fps > 0.0 && fps < 1000.0)) {
-        fps = 25.0;
-    }
-    frameCount = static_cast<long>(video.get(cv::CAP_PROP_FRAME_COUNT));
-    kind = Kind::Video;
-    PC_LOGN("capture source: video %s, %ld frames at %.2f fps, looping.\n", source.c_str(), frameCount, fps);
+    kind = Kind::Files;
+    PC_LOGN("capture source: %s\n", text);
 }
 
-bool PictureCapture::Impl::grabVideo(cv::Mat* rgb) {
-    // The frame "on screen" now: play position since start, wrapped at the end of the video.
-    OsalTime now;
-    osalGetUptime(&now);
-    osalSubtractTime(&now, &playStart);
-    double elapsed = static_cast<double>(now.seconds) + now.microseconds / 1e6;
-    cv::Mat frame;
-    if (frameCount > 0) {
-        long index = static_cast<long>(elapsed * fps) % frameCount;
-        video.set(cv::CAP_PROP_POS_FRAMES, static_cast<double>(index));
-        video.read(frame);
-    } else if (!video.read(frame)) {
-        // Length unknown: play on and start over at the end.
-        video.set(cv::CAP_PROP_POS_FRAMES, 0.0);
-        video.read(frame);
-    }
-    if (frame.empty()) {
-        PC_LOGE("cannot read a frame from video %s.\n", source.c_str());
-        return false;
-    }
-    cv::cvtColor(frame, *rgb, frame.channels() == 1 ? cv::COLOR_GRAY2RGB : cv::COLOR_BGR2RGB);
-    return true;
-}
-
-bool PictureCapture::Impl::grab(cv::Mat* rgb) {
+bool PictureCapture::Impl::grab() {
     if (kind == Kind::Unset || kind == Kind::Unreadable) {
-        // A source that was missing may have appeared since.
+        // A source or plug-in that was missing may have appeared since.
         configure();
     }
     switch (kind) {
         case Kind::Synthetic:
-            *rgb = syntheticScene(static_cast<int>(syntheticIndex % kSyntheticScenes));
+            syntheticScene(static_cast<int>(syntheticIndex % kSyntheticScenes), buffer.data());
             PC_LOGD("built-in scene %s.\n", kSyntheticNames[syntheticIndex % kSyntheticScenes]);
             ++syntheticIndex;
             return true;
-        case Kind::Image:
-        case Kind::Directory: {
-            std::string path = kind == Kind::Image ? source : files[nextFile];
-            if (kind == Kind::Directory) {
-                nextFile = (nextFile + 1) % files.size();
-            }
-            cv::Mat bgr = cv::imread(path, cv::IMREAD_COLOR);
-            if (bgr.empty()) {
-                PC_LOGE("cannot read image %s.\n", path.c_str());
+        case Kind::Files: {
+            // The frame "on screen" now is the one at the time since start, on the osal clock.
+            OsalTime now;
+            osalGetUptime(&now);
+            osalSubtractTime(&now, &playStart);
+            int64_t positionUs = static_cast<int64_t>(now.seconds) * 1000000 + now.microseconds;
+            char text[kTextSize] = {0};
+            if (pluginRead(files, buffer.data(), positionUs, text, sizeof(text)) == 0) {
+                PC_LOGE("%s\n", text);
                 return false;
             }
-            cv::cvtColor(bgr, *rgb, cv::COLOR_BGR2RGB);
-            PC_LOGD("image %s.\n", path.c_str());
+            PC_LOGD("%s\n", text);
             return true;
         }
-        case Kind::Video:
-            return grabVideo(rgb);
         default:
             PC_LOGE("capture source %s cannot be read: no picture.\n", source.c_str());
             return false;
@@ -321,7 +348,10 @@ PictureCapture::PictureCapture() : m_impl(new Impl) {}
 
 PictureCapture::~PictureCapture() {
     std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->video.release();
+    m_impl->closeFiles();
+    if (m_impl->plugin != nullptr) {
+        dlclose(m_impl->plugin);
+    }
     m_impl->detach();
 }
 
@@ -333,7 +363,7 @@ bool PictureCapture::start() {
 
 bool PictureCapture::stop() {
     std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->video.release();
+    m_impl->closeFiles();
     m_impl->kind = Impl::Kind::Unset;
     return true;
 }
@@ -344,19 +374,9 @@ bool PictureCapture::getPicture(bool /*sync*/, korvane::ai::PictureData* picture
         return false;
     }
     std::lock_guard<std::mutex> lock(m_impl->mutex);
-    cv::Mat rgb;
-    if (!m_impl->grab(&rgb)) {
+    if (!m_impl->grab()) {
         return false;
     }
-    if (rgb.cols != kWidth || rgb.rows != kHeight) {
-        cv::Mat scaled;
-        cv::resize(rgb, scaled, cv::Size(kWidth, kHeight), 0, 0, cv::INTER_AREA);
-        rgb = scaled;
-    }
-    if (!rgb.isContinuous()) {
-        rgb = rgb.clone();
-    }
-    std::memcpy(m_impl->buffer.data(), rgb.data, kPictureBytes);
     m_impl->publish();
     ++m_impl->captures;
     PC_LOGD("picture %u captured, %016llx.\n", m_impl->captures,

@@ -1,5 +1,7 @@
-// Host frame capture: every source kind, the pixel layout, and the copy in the AI service's
-// payload. The segment key is fixed, so the binary re-runs itself in a private IPC namespace.
+// Host frame capture: every source kind, the pixel layout, the copy in the AI service's payload,
+// and the file plug-in the capture loads for image and video sources (found beside the test
+// binary as beside the daemon: build/lib next to build/tests). The segment key is fixed, so the
+// binary re-runs itself in a private IPC namespace.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/ipc.h>
@@ -11,6 +13,7 @@
 #include <fstream>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 #include <set>
 #include <string>
@@ -89,6 +92,7 @@ protected:
     }
     void TearDown() override {
         unsetenv("AIPQ_CAPTURE_SOURCE");
+        unsetenv("AIPQ_CAPTURE_PLUGIN");
         host::setTimeScale(1.0);
         std::system(("rm -rf " + dir_).c_str());
         removeSegment();
@@ -116,6 +120,44 @@ protected:
         std::string path = dir_ + "/" + file;
         EXPECT_TRUE(cv::imwrite(path, image));
         return path;
+    }
+
+    // 24 frames at 12 fps with a coloured patch in the middle of a grey picture: red, green, blue,
+    // green for six frames each. A change this small is no scene cut for the encoder, so its key
+    // frames fall on its fixed group length.
+    std::string writeLongGroupVideo() {
+        std::string path = dir_ + "/groups.mp4";
+        cv::VideoWriter writer(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('m', 'p', '4', 'v'), 12.0,
+                               cv::Size(160, 120));
+        EXPECT_TRUE(writer.isOpened());
+        const Colour patch[4] = {Colour::Red, Colour::Green, Colour::Blue, Colour::Green};
+        for (int i = 0; i < 24; ++i) {
+            cv::Mat frame(120, 160, CV_8UC3, cv::Scalar(128, 128, 128));
+            frame(cv::Rect(60, 40, 40, 40)).setTo(bgr(patch[i / 6]));
+            writer.write(frame);
+        }
+        return path;
+    }
+
+    // Key frame flags of a video's packets, read back through the demuxer.
+    static std::vector<bool> keyFrames(const std::string& path) {
+        cv::VideoCapture raw(path, cv::CAP_FFMPEG, {cv::CAP_PROP_FORMAT, -1});
+        std::vector<bool> keys;
+        cv::Mat packet;
+        while (raw.read(packet)) {
+            keys.push_back(raw.get(cv::CAP_PROP_LRF_HAS_KEY_FRAME) != 0.0);
+        }
+        return keys;
+    }
+
+    static std::vector<uint8_t> readBytes(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }
+
+    static void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     }
 
     std::string dir_;
@@ -297,6 +339,229 @@ TEST_F(HostPictureCaptureTest, CreatesTheSegmentWhenItComesFirst) {
     ASSERT_NE(seg, nullptr);
     EXPECT_EQ(0, std::memcmp(seg + 24, picture.buffer, kPictureBytes));
     shmdt(seg);
+}
+
+TEST_F(HostPictureCaptureTest, LargeJpegsAreDecodedReducedByTheLargestFactorBothSidesAllow) {
+    struct Case {
+        const char* file;
+        cv::Size size;
+        const char* decoded;  // what the capture reports it decoded
+    };
+    const Case cases[] = {
+        {"x8.jpg", cv::Size(1792, 1792), "decoded 224x224 at 1/8,"},
+        {"x4.jpg", cv::Size(1791, 1792), "decoded 448x448 at 1/4,"},
+        {"x2.jpg", cv::Size(448, 448), "decoded 224x224 at 1/2,"},
+        {"x1.jpg", cv::Size(447, 448), "decoded 447x448,"},
+        {"wide.jpg", cv::Size(3584, 500), "decoded 1792x250 at 1/2,"},
+        {"tall.JPEG", cv::Size(460, 3600), "decoded 230x1800 at 1/2,"},
+        // Only the JPEG decoder scales as it decodes; others are read whole and shrunk after.
+        {"x8.png", cv::Size(1792, 1792), "decoded 1792x1792,"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        std::string path = writeImage(c.file, c.size, Colour::Red, Colour::Blue);
+        setenv("AIPQ_CAPTURE_SOURCE", path.c_str(), 1);
+        log_.clear();
+        PictureCapture capture;
+        ASSERT_TRUE(capture.start());
+        korvane::ai::PictureData picture{};
+        ASSERT_TRUE(capture.getPicture(true, &picture));
+        EXPECT_TRUE(log_.contains(c.decoded)) << "expected \"" << c.decoded << "\" in the log";
+        EXPECT_EQ(colourAt(picture.buffer, 10, 112), Colour::Red);
+        EXPECT_EQ(colourAt(picture.buffer, 213, 112), Colour::Blue);
+    }
+
+    // The frame header comes after a 60 KB application segment and a fill byte: its size is still
+    // found, so the decode is still reduced.
+    std::vector<uint8_t> jpeg =
+        readBytes(writeImage("plain.jpg", cv::Size(1792, 1792), Colour::Red, Colour::Blue));
+    ASSERT_GT(jpeg.size(), 4u);
+    std::vector<uint8_t> segment = {0xFF, 0xEF, 0xEA, 0x62};  // APP15, length 60002
+    segment.resize(4 + 60000, 0);
+    const uint8_t comment[] = {0xFF, 0xFF, 0xFE, 0x00, 0x04, 'h', 'i'};
+    segment.insert(segment.end(), comment, comment + sizeof(comment));
+    jpeg.insert(jpeg.begin() + 2, segment.begin(), segment.end());
+    writeBytes(dir_ + "/padded.jpg", jpeg);
+    setenv("AIPQ_CAPTURE_SOURCE", (dir_ + "/padded.jpg").c_str(), 1);
+    log_.clear();
+    PictureCapture capture;
+    ASSERT_TRUE(capture.start());
+    korvane::ai::PictureData picture{};
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_TRUE(log_.contains("decoded 224x224 at 1/8,"));
+    EXPECT_EQ(colourAt(picture.buffer, 10, 112), Colour::Red);
+    EXPECT_EQ(colourAt(picture.buffer, 213, 112), Colour::Blue);
+}
+
+TEST_F(HostPictureCaptureTest, SingleImageIsReadOnceUntilRestart) {
+    std::string path = writeImage("still.png", cv::Size(300, 300), Colour::Red, Colour::Red);
+    setenv("AIPQ_CAPTURE_SOURCE", path.c_str(), 1);
+    PictureCapture capture;
+    ASSERT_TRUE(capture.start());
+    korvane::ai::PictureData picture{};
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Red);
+
+    // Changed on disk, even removed: the picture read at start stays.
+    writeImage("still.png", cv::Size(300, 300), Colour::Blue, Colour::Blue);
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Red);
+    ASSERT_EQ(0, unlink(path.c_str()));
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Red);
+
+    writeImage("still.png", cv::Size(300, 300), Colour::Green, Colour::Green);
+    capture.stop();
+    ASSERT_TRUE(capture.start());
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Green);
+}
+
+TEST_F(HostPictureCaptureTest, BrokenFileInADirectoryCostsOnlyItsTurn) {
+    ASSERT_EQ(0, system(("mkdir -p " + dir_ + "/frames").c_str()));
+    writeImage("frames/1.png", cv::Size(64, 64), Colour::Red, Colour::Red);
+    std::ofstream(dir_ + "/frames/2.jpg") << "no jpeg at all";
+    writeImage("frames/3.jpg", cv::Size(2000, 1000), Colour::Blue, Colour::Blue);
+    setenv("AIPQ_CAPTURE_SOURCE", (dir_ + "/frames").c_str(), 1);
+    PictureCapture capture;
+    ASSERT_TRUE(capture.start());
+    korvane::ai::PictureData picture{};
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Red);
+    std::vector<uint8_t> before(picture.buffer, picture.buffer + kPictureBytes);
+    EXPECT_FALSE(capture.getPicture(true, &picture));
+    EXPECT_TRUE(log_.contains("cannot read image " + dir_ + "/frames/2.jpg"));
+    // The failed read left the last picture alone.
+    EXPECT_EQ(0, std::memcmp(picture.buffer, before.data(), kPictureBytes));
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Blue);
+    EXPECT_TRUE(log_.contains("decoded 500x250 at 1/4."));
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Red);
+}
+
+TEST_F(HostPictureCaptureTest, LongGroupVideoShowsTheKeyFrameAtOrBeforeThePlayPosition) {
+    std::string path = writeLongGroupVideo();
+    std::vector<bool> keys = keyFrames(path);
+    ASSERT_EQ(keys.size(), 24u);
+    ASSERT_TRUE(keys[0]);
+    const Colour patch[4] = {Colour::Red, Colour::Green, Colour::Blue, Colour::Green};
+    // What is on screen at each frame, and what the last key frame up to it shows.
+    Colour exact[24];
+    Colour fromKey[24];
+    for (int i = 0, key = 0; i < 24; ++i) {
+        key = keys[i] ? i : key;
+        exact[i] = patch[i / 6];
+        fromKey[i] = patch[key / 6];
+    }
+    int telling = 0;
+    for (int i = 0; i < 24; ++i) {
+        telling += exact[i] != fromKey[i];
+    }
+    ASSERT_GT(telling, 0) << "every frame is a key frame: this video cannot tell a key frame seek";
+
+    host::setTimeScale(2.5);
+    setenv("AIPQ_CAPTURE_SOURCE", path.c_str(), 1);
+    PictureCapture capture;
+    double beforeStart = uptime();
+    ASSERT_TRUE(capture.start());
+    double afterStart = uptime();
+    std::set<Colour> colours;
+    int toldApart = 0;
+    bool wrapped = false;
+    for (int i = 0; i < 120 && !(wrapped && toldApart > 0 && colours.size() >= 2); ++i) {
+        korvane::ai::PictureData picture{};
+        double t0 = uptime();
+        ASSERT_TRUE(capture.getPicture(true, &picture));
+        double t1 = uptime();
+        Colour got = colourAt(picture.buffer, 112, 112);
+        std::set<Colour> possible;
+        bool onlyTelling = true;
+        for (double pos = t0 - afterStart - 0.1; pos <= t1 - beforeStart + 0.1; pos += 0.02) {
+            long frame = static_cast<long>(std::max(0.0, pos) * 12) % 24;
+            possible.insert(fromKey[frame]);
+            onlyTelling = onlyTelling && exact[frame] != fromKey[frame];
+        }
+        EXPECT_TRUE(possible.count(got))
+            << "capture " << i << " got " << name(got) << " at " << t0 - afterStart << " s";
+        toldApart += onlyTelling;
+        colours.insert(got);
+        wrapped = t0 - afterStart > 2.2;  // past the end of the 2 s video
+        std::this_thread::sleep_for(std::chrono::milliseconds(25));
+    }
+    EXPECT_GT(toldApart, 0) << "no capture fell where the exact frame differs from its key frame";
+    EXPECT_TRUE(wrapped);
+    EXPECT_GE(colours.size(), 2u);
+}
+
+TEST_F(HostPictureCaptureTest, VideoKeepsThePictureWhileThePlayPositionStaysInOneGroup) {
+    std::string path = dir_ + "/clip.avi";
+    {
+        cv::VideoWriter writer(path, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 10.0, cv::Size(160, 120));
+        ASSERT_TRUE(writer.isOpened());
+        for (int i = 0; i < 10; ++i) {
+            writer.write(cv::Mat(120, 160, CV_8UC3, bgr(i < 5 ? Colour::Red : Colour::Blue)));
+        }
+    }
+    host::setTimeScale(1e-6);  // the play position hardly moves: every capture is at frame 0
+    setenv("AIPQ_CAPTURE_SOURCE", path.c_str(), 1);
+    PictureCapture capture;
+    ASSERT_TRUE(capture.start());
+    korvane::ai::PictureData picture{};
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_TRUE(log_.contains("frame decoded from the keyframe"));
+    std::vector<uint8_t> first(picture.buffer, picture.buffer + kPictureBytes);
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Red);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(capture.getPicture(true, &picture));
+        EXPECT_EQ(0, std::memcmp(picture.buffer, first.data(), kPictureBytes)) << i;
+    }
+    EXPECT_EQ(log_.count("same keyframe as before, picture kept"), 3);
+    EXPECT_EQ(log_.count("frame decoded from the keyframe"), 1);
+
+    // A restart reopens the video: nothing is kept across it.
+    capture.stop();
+    ASSERT_TRUE(capture.start());
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(log_.count("frame decoded from the keyframe"), 2);
+}
+
+TEST_F(HostPictureCaptureTest, MissingOrForeignPluginFailsWithALogLineUntilTheRealOneIsFound) {
+    std::string path = writeImage("scene.png", cv::Size(224, 224), Colour::Green, Colour::Green);
+    setenv("AIPQ_CAPTURE_SOURCE", path.c_str(), 1);
+    korvane::ai::PictureData picture{};
+
+    setenv("AIPQ_CAPTURE_PLUGIN", (dir_ + "/nowhere.so").c_str(), 1);
+    PictureCapture capture;
+    EXPECT_FALSE(capture.start());
+    EXPECT_FALSE(capture.getPicture(true, &picture));
+    EXPECT_EQ(picture.buffer, nullptr);
+    EXPECT_GE(log_.count("needs the capture plug-in: " + dir_ + "/nowhere.so"), 2) << "no reason logged";
+
+    // A file that is no library, and a library that is no capture plug-in.
+    std::ofstream(dir_ + "/garbage.so") << "not an ELF file";
+    setenv("AIPQ_CAPTURE_PLUGIN", (dir_ + "/garbage.so").c_str(), 1);
+    log_.clear();
+    EXPECT_FALSE(capture.getPicture(true, &picture));
+    EXPECT_TRUE(log_.contains("needs the capture plug-in: " + dir_ + "/garbage.so"));
+    setenv("AIPQ_CAPTURE_PLUGIN", "libm.so.6", 1);
+    log_.clear();
+    EXPECT_FALSE(capture.getPicture(true, &picture));
+    EXPECT_TRUE(log_.contains("libm.so.6 is not a capture plug-in"));
+
+    // The built-in scenes never need it.
+    unsetenv("AIPQ_CAPTURE_SOURCE");
+    PictureCapture scenes;
+    EXPECT_TRUE(scenes.start());
+    EXPECT_TRUE(scenes.getPicture(true, &picture));
+
+    // Without the override the plug-in is found beside this binary, and capture resumes.
+    setenv("AIPQ_CAPTURE_SOURCE", path.c_str(), 1);
+    unsetenv("AIPQ_CAPTURE_PLUGIN");
+    log_.clear();
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    EXPECT_EQ(colourAt(picture.buffer, 112, 112), Colour::Green);
+    EXPECT_TRUE(log_.contains("/lib/libaipq_capture_files.so loaded."));
 }
 
 }  // namespace

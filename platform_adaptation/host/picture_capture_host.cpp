@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -77,11 +76,15 @@ void setPixel(uint8_t* p, int r, int g, int b) {
 }
 
 // Coverage 0..255 of a soft-edged ellipse: a cloud, opaque inside and fading over some 12 pixels.
+// Integer only, like every scene, so they come out the same whatever the floating-point code.
 int cloudCover(int x, int y, int cx, int cy, int ax, int ay) {
-    float dx = static_cast<float>(x - cx) / static_cast<float>(ax);
-    float dy = static_cast<float>(y - cy) / static_cast<float>(ay);
-    float inside = (1.0f - std::sqrt(dx * dx + dy * dy)) * static_cast<float>(ay) / 12.0f + 0.5f;
-    return inside <= 0.0f ? 0 : (inside >= 1.0f ? 255 : static_cast<int>(inside * 255.0f));
+    // 1 - d^2 of the normalised distance d, in 1/4096: about 2 (1 - d) near the rim.
+    int dx = x - cx;
+    int dy = y - cy;
+    int inside = std::max(-4096, 4096 - (dx * dx * 4096 / (ax * ax) + dy * dy * 4096 / (ay * ay)));
+    // Half-cover on the rim, full some 6 pixels inside it, none 6 pixels outside.
+    int cover = 128 + inside * ay * 255 / (4096 * 24);
+    return cover < 0 ? 0 : (cover > 255 ? 255 : cover);
 }
 
 // Cartoon: flat saturated shapes with hard dark outlines, painted back to front.
@@ -167,8 +170,6 @@ struct PictureCapture::Impl {
     unsigned syntheticIndex = 0;
     unsigned captures = 0;
     std::vector<uint8_t> buffer = std::vector<uint8_t>(kPictureBytes, 0);
-    int shmId = -1;
-    uint8_t* shm = nullptr;
     bool shmFailureLogged = false;
 
     void* plugin = nullptr;
@@ -183,7 +184,6 @@ struct PictureCapture::Impl {
     void closeFiles();
     bool grab();
     void publish();
-    void detach();
 };
 
 bool PictureCapture::Impl::tryPlugin(const std::string& path, std::string* error) {
@@ -322,26 +322,16 @@ void PictureCapture::Impl::publish() {
         }
         return;
     }
-    if (id != shmId) {
-        detach();
-        void* addr = shmat(id, nullptr, 0);
-        if (addr == reinterpret_cast<void*>(-1)) {
-            PC_LOGE("shmat of key %d failed: %s(%d).\n", kShmKey, strerror(errno), errno);
-            return;
-        }
-        shm = static_cast<uint8_t*>(addr);
-        shmId = id;
+    // Attached for the copy only: the daemon's service client maps the same pages for good, and a
+    // second standing mapping would count them twice in the daemon's resident set.
+    void* addr = shmat(id, nullptr, 0);
+    if (addr == reinterpret_cast<void*>(-1)) {
+        PC_LOGE("shmat of key %d failed: %s(%d).\n", kShmKey, strerror(errno), errno);
+        return;
     }
     shmFailureLogged = false;
-    std::memcpy(shm + kPayloadOffset, buffer.data(), kPictureBytes);
-}
-
-void PictureCapture::Impl::detach() {
-    if (shm != nullptr) {
-        shmdt(shm);
-        shm = nullptr;
-        shmId = -1;
-    }
+    std::memcpy(static_cast<uint8_t*>(addr) + kPayloadOffset, buffer.data(), kPictureBytes);
+    shmdt(addr);
 }
 
 PictureCapture::PictureCapture() : m_impl(new Impl) {}
@@ -352,7 +342,6 @@ PictureCapture::~PictureCapture() {
     if (m_impl->plugin != nullptr) {
         dlclose(m_impl->plugin);
     }
-    m_impl->detach();
 }
 
 bool PictureCapture::start() {

@@ -341,6 +341,25 @@ TEST_F(HostPictureCaptureTest, CreatesTheSegmentWhenItComesFirst) {
     shmdt(seg);
 }
 
+TEST_F(HostPictureCaptureTest, WritesIntoTheSegmentThatExistsAtEachCapture) {
+    PictureCapture capture;
+    ASSERT_TRUE(capture.start());
+    korvane::ai::PictureData picture{};
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    int first = shmget(kKey, 0, 0);
+    ASSERT_GE(first, 0);
+    // The service side went away and a new segment took the key: the next picture lands there.
+    ASSERT_EQ(shmctl(first, IPC_RMID, nullptr), 0);
+    int second = shmget(kKey, kSegmentSize, IPC_CREAT | 0666);
+    ASSERT_GE(second, 0);
+    ASSERT_NE(second, first);
+    ASSERT_TRUE(capture.getPicture(true, &picture));
+    uint8_t* seg = segment();
+    ASSERT_NE(seg, nullptr);
+    EXPECT_EQ(0, std::memcmp(seg + 24, picture.buffer, kPictureBytes));
+    shmdt(seg);
+}
+
 TEST_F(HostPictureCaptureTest, LargeJpegsAreDecodedReducedByTheLargestFactorBothSidesAllow) {
     struct Case {
         const char* file;

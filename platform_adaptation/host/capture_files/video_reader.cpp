@@ -101,6 +101,16 @@ bool VideoReader::open(const std::string& path, std::string* note) {
     rc = avcodec_parameters_to_context(m_decoder, stream->codecpar);
     // One picture every few seconds: decoder threads would only add frames of delay and stacks.
     m_decoder->thread_count = 1;
+    // The picture ends up 224 x 224: deblocking and exact rounding cannot be seen there, and
+    // decoders that can decode at 1/2, 1/4 or 1/8 size do, as long as both sides stay >= 224.
+    m_decoder->skip_loop_filter = AVDISCARD_ALL;
+    m_decoder->flags2 |= AV_CODEC_FLAG2_FAST;
+    int lowres = 0;
+    while (lowres < codec->max_lowres && (stream->codecpar->width >> (lowres + 1)) >= kWidth &&
+           (stream->codecpar->height >> (lowres + 1)) >= kHeight) {
+        ++lowres;
+    }
+    m_decoder->lowres = lowres;
     if (rc >= 0) {
         rc = avcodec_open2(m_decoder, codec, nullptr);
     }

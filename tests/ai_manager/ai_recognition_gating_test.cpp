@@ -15,16 +15,10 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-class GatingTest : public ::testing::Test {
+class GatingTest : public ControllerTestBase {
 protected:
-    void SetUp() override { host::setTimeScale(1000.0); }
-    void TearDown() override {
-        controller.stop();
-        host::setTimeScale(1.0);
-    }
-
     void wireAndStart() {
-        controller.init(&capture, &memory, &info, &setting, &recognition, nullptr);
+        wire();
         controller.handlePlayerStateChanged(PLAYER_STATE_PLAYING);
         ASSERT_TRUE(AIRecognitionTestPeer::loopRunning(controller));
     }
@@ -32,16 +26,6 @@ protected:
     static double msSince(Clock::time_point t0) {
         return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
     }
-
-    LogCapture log;
-    FakeMemInfo meminfo;
-    MemoryMonitor memory{meminfo.path().c_str()};
-    FakeSystemInfoManager info;
-    FakeCapture capture;
-    std::shared_ptr<RecordingSetting> settingClient = std::make_shared<RecordingSetting>();
-    SystemSettingManager setting{settingClient};
-    FakeRecognitionManager recognition;
-    AIRecognition controller;
 };
 
 // The release takes the gate's mutex, so a notification that lands between the worker's test and
@@ -120,7 +104,9 @@ struct GateCase {
     bool promptStop;
 };
 
-void PrintTo(const GateCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const GateCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class StopWhileParkedTest : public GatingTest, public ::testing::WithParamInterface<GateCase> {};
 

@@ -13,25 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class LifecycleTest : public ::testing::Test {
-protected:
-    void SetUp() override { host::setTimeScale(1000.0); }
-    void TearDown() override {
-        controller.stop();
-        host::setTimeScale(1.0);
-    }
-    void wire() { controller.init(&capture, &memory, &info, &setting, &recognition, nullptr); }
-
-    LogCapture log;
-    FakeMemInfo meminfo;
-    MemoryMonitor memory{meminfo.path().c_str()};
-    FakeSystemInfoManager info;
-    FakeCapture capture;
-    std::shared_ptr<RecordingSetting> settingClient = std::make_shared<RecordingSetting>();
-    SystemSettingManager setting{settingClient};
-    FakeRecognitionManager recognition;
-    AIRecognition controller;
-};
+using LifecycleTest = ControllerTestBase;
 
 TEST_F(LifecycleTest, SecondStartMakesNoSecondWorker) {
     wire();

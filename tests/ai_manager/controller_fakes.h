@@ -17,7 +17,11 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "ai_recognition.h"
+#include "host_platform.h"
+#include "log_capture.h"
 #include "mem_monitor.h"
 #include "picture_capture.h"
 #include "recognition_manager_base.h"
@@ -286,6 +290,28 @@ public:
 
 private:
     std::string m_path;
+};
+
+// The controller wired to the doubles above, with a fast clock; the fixture base of the
+// controller tests. Members are destroyed in reverse order: the controller first.
+class ControllerTestBase : public ::testing::Test {
+protected:
+    void SetUp() override { host::setTimeScale(1000.0); }
+    void TearDown() override {
+        controller.stop();
+        host::setTimeScale(1.0);
+    }
+    void wire() { controller.init(&capture, &memory, &info, &setting, &recognition, nullptr); }
+
+    LogCapture log;
+    FakeMemInfo meminfo;
+    MemoryMonitor memory{meminfo.path().c_str()};
+    FakeSystemInfoManager info;
+    FakeCapture capture;
+    std::shared_ptr<RecordingSetting> settingClient = std::make_shared<RecordingSetting>();
+    SystemSettingManager setting{settingClient};
+    FakeRecognitionManager recognition;
+    AIRecognition controller;
 };
 
 #endif

@@ -11,6 +11,7 @@
 #include "ai_recognition.h"
 #include "aipq_display.h"
 #include "log_capture.h"
+#include "mock_system_setting.h"
 #include "picture_capture.h"
 #include "recognition_manager_base.h"
 #include "system_info_manager.h"
@@ -86,25 +87,6 @@ public:
     MOCK_METHOD(bool, enablePlayerState, (), (override));
     MOCK_METHOD(bool, enableSourceType, (), (override));
     MOCK_METHOD(bool, enableVideoInfoHDRType, (), (override));
-};
-
-class MockSystemSetting : public SystemSettingInterface {
-public:
-    MOCK_METHOD(int, setVideoBrightness, (int), (override));
-    MOCK_METHOD(int, setVideoContrast, (int), (override));
-    MOCK_METHOD(int, setVideoSaturation, (int), (override));
-    MOCK_METHOD(int, setVideoSharpness, (int), (override));
-    MOCK_METHOD(int, setVideoMEMC, (int), (override));
-    MOCK_METHOD(int, setVideoNR, (int), (override));
-    MOCK_METHOD(int, setVideoColorTunerFamily, (std::vector<int>&), (override));
-    MOCK_METHOD(int, setVideoPQParameters, (std::vector<int>&), (override));
-    MOCK_METHOD(int, getVideoBrightness, (), (override));
-    MOCK_METHOD(int, getVideoContrast, (), (override));
-    MOCK_METHOD(int, getVideoSaturation, (), (override));
-    MOCK_METHOD(int, getVideoSharpness, (), (override));
-    MOCK_METHOD(int, getVideoMEMC, (), (override));
-    MOCK_METHOD(int, getVideoNR, (), (override));
-    MOCK_METHOD(int, getVideoColorTunerFamily, (std::vector<int>&), (override));
 };
 
 // Hands out a fixed 224 x 224 RGB frame whose pixels are (1, 2, 3).

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "mock_system_setting.h"
 
 using telvo_ai_service::AiPQPredictLabel;
 using ::testing::_;
@@ -24,25 +25,6 @@ using ::testing::StrictMock;
 namespace svc = telvo_ai_service;
 
 namespace {
-
-class MockSystemSetting : public SystemSettingInterface {
-public:
-    MOCK_METHOD(int, setVideoBrightness, (int), (override));
-    MOCK_METHOD(int, setVideoContrast, (int), (override));
-    MOCK_METHOD(int, setVideoSaturation, (int), (override));
-    MOCK_METHOD(int, setVideoSharpness, (int), (override));
-    MOCK_METHOD(int, setVideoMEMC, (int), (override));
-    MOCK_METHOD(int, setVideoNR, (int), (override));
-    MOCK_METHOD(int, setVideoColorTunerFamily, (std::vector<int>&), (override));
-    MOCK_METHOD(int, setVideoPQParameters, (std::vector<int>&), (override));
-    MOCK_METHOD(int, getVideoBrightness, (), (override));
-    MOCK_METHOD(int, getVideoContrast, (), (override));
-    MOCK_METHOD(int, getVideoSaturation, (), (override));
-    MOCK_METHOD(int, getVideoSharpness, (), (override));
-    MOCK_METHOD(int, getVideoMEMC, (), (override));
-    MOCK_METHOD(int, getVideoNR, (), (override));
-    MOCK_METHOD(int, getVideoColorTunerFamily, (std::vector<int>&), (override));
-};
 
 class SettingManagerTest : public ::testing::Test {
 protected:

@@ -26,7 +26,6 @@
 #include "ai_service_protocol.h"
 #include "host_platform.h"
 #include "log_capture.h"
-#include "sandbox_reexec.h"
 #include "recognition_process_manager.h"
 
 namespace proto = ai_service_protocol;
@@ -34,8 +33,6 @@ using telvo_ai_service::AiPQPredictLabel;
 using telvo_ai_service::TelvoAiPQPredict;
 
 namespace {
-
-AIPQ_TESTS_RUN_IN_SANDBOX();
 
 constexpr int kHead = proto::kModelConfigSize;
 

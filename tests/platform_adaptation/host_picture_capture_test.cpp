@@ -21,15 +21,12 @@
 #include <vector>
 
 #include "host_platform.h"
-#include "sandbox_reexec.h"
 #include "log_capture.h"
 #include "osal.h"
 #include "picture_capture.h"
 #include "reference_classifier.h"
 
 namespace {
-
-AIPQ_TESTS_RUN_IN_SANDBOX();
 
 constexpr int kKey = 72314;
 constexpr size_t kSegmentSize = 150552;

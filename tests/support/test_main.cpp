@@ -10,12 +10,10 @@ extern "C" const char* __tsan_default_suppressions() {
            "race:libtbb.so\n";
 }
 
-// End-to-end tests run the real binaries with fixed IPC names and marker paths: each test
-// process re-executes itself inside a private sandbox so that runs never meet.
+// Tests use the fixed segment key, queue name and marker paths, and start the real binaries:
+// each test process re-executes itself inside a private sandbox so that runs never meet.
 int main(int argc, char** argv) {
-#ifdef AIPQ_E2E
     reexecInSandbox();
-#endif
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

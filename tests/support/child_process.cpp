@@ -12,51 +12,28 @@
 #include <sstream>
 #include <thread>
 
-extern char** environ;
-
 ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& env) {
     char tmpl[] = "/tmp/aipq_child_XXXXXX";
     int fd = mkstemp(tmpl);
     m_outputPath = tmpl;
-
-    std::vector<std::string> envStrings;
-    for (char** e = environ; *e != nullptr; ++e) {
-        std::string entry(*e);
-        std::string name = entry.substr(0, entry.find('='));
-        bool replaced = false;
-        for (const auto& add : env) {
-            if (add.substr(0, add.find('=')) == name) {
-                replaced = true;
-            }
-        }
-        if (!replaced) {
-            envStrings.push_back(entry);
-        }
-    }
-    for (const auto& add : env) {
-        envStrings.push_back(add);
-    }
-
     m_pid = fork();
     if (m_pid == 0) {
         dup2(fd, STDOUT_FILENO);
         dup2(fd, STDERR_FILENO);
+        for (const auto& entry : env) {
+            putenv(const_cast<char*>(entry.c_str()));
+        }
         std::vector<char*> args;
         for (const auto& a : argv) {
             args.push_back(const_cast<char*>(a.c_str()));
         }
         args.push_back(nullptr);
-        std::vector<char*> envp;
-        for (auto& e : envStrings) {
-            envp.push_back(const_cast<char*>(e.c_str()));
-        }
-        envp.push_back(nullptr);
         // The daemon blocks its termination signals itself; the test's mask must not leak in.
         sigset_t none;
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
-        execve(args[0], args.data(), envp.data());
-        std::fprintf(stderr, "execve %s failed: %s\n", args[0], std::strerror(errno));
+        execv(args[0], args.data());
+        std::fprintf(stderr, "execv %s failed: %s\n", args[0], std::strerror(errno));
         _exit(127);
     }
     if (fd >= 0) {
@@ -119,13 +96,15 @@ std::string ChildProcess::output() const {
 int ChildProcess::count(const std::string& needle) const {
     std::string text = output();
     int n = 0;
-    for (size_t pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + needle.size())) {
+    for (size_t pos = text.find(needle); pos != std::string::npos;
+         pos = text.find(needle, pos + needle.size())) {
         ++n;
     }
     return n;
 }
 
-bool ChildProcess::waitForOutput(const std::string& needle, std::chrono::milliseconds timeout, int times) const {
+bool ChildProcess::waitForOutput(const std::string& needle, std::chrono::milliseconds timeout,
+                                 int times) const {
     auto deadline = std::chrono::steady_clock::now() + timeout;
     while (count(needle) < times) {
         if (std::chrono::steady_clock::now() >= deadline) {

@@ -21,28 +21,22 @@ std::vector<std::string> LogCapture::lines() const {
     return m_lines;
 }
 
-int LogCapture::count(const std::string& needle) const {
-    std::lock_guard<std::mutex> lock(m_mutex);
+int LogCapture::countLocked(const std::string& needle) const {
     int n = 0;
     for (const auto& l : m_lines) {
-        if (l.find(needle) != std::string::npos) {
-            ++n;
-        }
+        n += l.find(needle) != std::string::npos;
     }
     return n;
 }
 
+int LogCapture::count(const std::string& needle) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return countLocked(needle);
+}
+
 bool LogCapture::waitFor(const std::string& needle, std::chrono::milliseconds timeout, int times) const {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cond.wait_for(lock, timeout, [&] {
-        int n = 0;
-        for (const auto& l : m_lines) {
-            if (l.find(needle) != std::string::npos) {
-                ++n;
-            }
-        }
-        return n >= times;
-    });
+    return m_cond.wait_for(lock, timeout, [&] { return countLocked(needle) >= times; });
 }
 
 void LogCapture::clear() {

@@ -21,6 +21,7 @@ public:
     void clear();
 
 private:
+    int countLocked(const std::string& needle) const;
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_cond;
     std::vector<std::string> m_lines;

@@ -12,21 +12,17 @@
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<unsigned char>;
-using korvane::ai::ColorMode;
 
 namespace {
 
-// Both size fields count rows of width * 3 bytes, without their padding.
-Bytes header(unsigned char fileSize, unsigned char width, unsigned char height, unsigned char imageSize) {
-    Bytes h = {'B', 'M', fileSize, 0,      0, 0, 0, 0, 0, 0,  54, 0, 0, 0, 40, 0,         0, 0, width,
-               0,   0,   0,        height, 0, 0, 0, 1, 0, 24, 0,  0, 0, 0, 0,  imageSize, 0, 0, 0};
-    h.resize(54, 0);
-    return h;
-}
-
-Bytes operator+(Bytes a, const Bytes& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+// A 24-bit file: both size fields count rows of width * 3 bytes, without their padding.
+Bytes bmp(unsigned char fileSize, unsigned char width, unsigned char height, unsigned char imageSize,
+          const Bytes& rows) {
+    Bytes file = {'B', 'M', fileSize, 0,      0, 0, 0, 0, 0, 0,  54, 0, 0, 0, 40, 0,         0, 0, width,
+                  0,   0,   0,        height, 0, 0, 0, 1, 0, 24, 0,  0, 0, 0, 0,  imageSize, 0, 0, 0};
+    file.resize(54, 0);
+    file.insert(file.end(), rows.begin(), rows.end());
+    return file;
 }
 
 Bytes readFile(const fs::path& path) {
@@ -42,58 +38,36 @@ TEST(PictureStoreTest, FilesAreByteExact) {
     std::unique_ptr<PictureStore> store(PictureStore::createForTest((dir / "marker").string(), dir.string()));
     ASSERT_TRUE(store->enableDumpPicture());
 
-    struct Case {
-        const char* name;
-        int width, height;
+    using namespace korvane::ai;
+    const ColorMode rgb = COLOR_MODE_RGB888, bgr = COLOR_MODE_BGR888;
+    const Bytes twelve = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+    const struct {
         ColorMode mode;
+        int width, height;
         Bytes pixels, file;
+    } cases[] = {
+        // Rows are padded to four bytes, and the bottom row comes first.
+        {rgb, 1, 1, {10, 20, 30}, bmp(57, 1, 1, 3, {30, 20, 10, 0})},
+        {rgb, 1, 2, {1, 2, 3, 4, 5, 6}, bmp(60, 1, 2, 6, {6, 5, 4, 0, 3, 2, 1, 0})},
+        {rgb, 4, 1, twelve, bmp(66, 4, 1, 12, {3, 2, 1, 6, 5, 4, 9, 8, 7, 12, 11, 10})},
+        // Mode 3 is already blue-green-red; four-byte modes drop the fourth byte.
+        {bgr, 2, 1, {1, 2, 3, 4, 5, 6}, bmp(60, 2, 1, 6, {1, 2, 3, 4, 5, 6, 0, 0})},
+        {COLOR_MODE_ARGB8888, 2, 1, {1, 2, 3, 99, 4, 5, 6, 98}, bmp(60, 2, 1, 6, {3, 2, 1, 6, 5, 4, 0, 0})},
+        {COLOR_MODE_ABGR8888, 2, 1, {1, 2, 3, 99, 4, 5, 6, 98}, bmp(60, 2, 1, 6, {3, 2, 1, 6, 5, 4, 0, 0})},
+        {rgb, 5, 0, {}, bmp(54, 5, 0, 0, {})},
     };
-    const Case cases[] = {
-        {"1x1 rgb, padded row",
-         1,
-         1,
-         korvane::ai::COLOR_MODE_RGB888,
-         {10, 20, 30},
-         header(57, 1, 1, 3) + Bytes{30, 20, 10, 0}},
-        {"4x2 rgb, bottom row first, no padding",
-         4,
-         2,
-         korvane::ai::COLOR_MODE_RGB888,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24},
-         header(78, 4, 2, 24) +
-             Bytes{15, 14, 13, 18, 17, 16, 21, 20, 19, 24, 23, 22, 3, 2, 1, 6, 5, 4, 9, 8, 7, 12, 11, 10}},
-        {"2x2 bgr copied unchanged",
-         2,
-         2,
-         korvane::ai::COLOR_MODE_BGR888,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
-         header(66, 2, 2, 12) + Bytes{7, 8, 9, 10, 11, 12, 0, 0, 1, 2, 3, 4, 5, 6, 0, 0}},
-        {"argb drops the fourth byte",
-         2,
-         1,
-         korvane::ai::COLOR_MODE_ARGB8888,
-         {1, 2, 3, 99, 4, 5, 6, 98},
-         header(60, 2, 1, 6) + Bytes{3, 2, 1, 6, 5, 4, 0, 0}},
-        {"abgr likewise",
-         2,
-         1,
-         korvane::ai::COLOR_MODE_ABGR8888,
-         {1, 2, 3, 99, 4, 5, 6, 98},
-         header(60, 2, 1, 6) + Bytes{3, 2, 1, 6, 5, 4, 0, 0}},
-        {"height 0: headers only", 5, 0, korvane::ai::COLOR_MODE_RGB888, {}, header(54, 5, 0, 0)},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Bytes pixels = c.pixels;
-        korvane::ai::PictureData picture{pixels.data(), c.width, c.height, c.mode, 0};
+        PictureData picture{pixels.data(), c.width, c.height, c.mode, 0};
         store->savePicture(&picture, "p.bmp");
-        EXPECT_EQ(readFile(dir / "p.bmp"), c.file) << c.name;
+        EXPECT_EQ(readFile(dir / "p.bmp"), c.file) << c.width << "x" << c.height << " mode " << c.mode;
     }
 
     // The switch is the marker's presence when the store is made.
     fs::remove(dir / "marker");
     store.reset(PictureStore::createForTest((dir / "marker").string(), dir.string()));
     unsigned char pixel[3] = {1, 2, 3};
-    korvane::ai::PictureData picture{pixel, 1, 1, korvane::ai::COLOR_MODE_RGB888, 0};
+    PictureData picture{pixel, 1, 1, rgb, 0};
     store->savePicture(&picture, "off.bmp");
     EXPECT_FALSE(store->enableDumpPicture());
     EXPECT_FALSE(fs::exists(dir / "off.bmp"));

@@ -3,299 +3,202 @@
 
 // Thread-safe hand-written doubles for the controller's collaborators: the worker and the
 // notification threads call them concurrently, which gmock expectations are not made for.
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <deque>
-#include <functional>
 #include <fstream>
-#include <unistd.h>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "ai_recognition.h"
+#include "aipq_display.h"
 #include "host_platform.h"
 #include "log_capture.h"
 #include "mem_monitor.h"
-#include "picture_capture.h"
-#include "recognition_manager_base.h"
 #include "system_info_manager.h"
-#include "system_setting_interface.h"
+#include "system_setting.h"
 #include "system_setting_manager.h"
 
+namespace svc = telvo_ai_service;
+
 struct AIRecognitionTestPeer {
-    static bool loopRunning(AIRecognition& r) { return r.m_loopAIRecognition; }
     static int32_t loopInteval(AIRecognition& r) { return r.m_loopInteval; }
     static void setLoopInteval(AIRecognition& r, int32_t v) { r.m_loopInteval = v; }
-    static void setShowDebugWindow(AIRecognition& r, bool v) { r.m_showDebugWindow = v; }
     static unsigned char* backupPicture(AIRecognition& r) { return r.m_pBackupPicture; }
+    // A display that was never initialised draws nothing and needs no DirectFB.
+    static void showInertOverlay(AIRecognition& r) {
+        r.m_showDebugWindow = true;
+        r.m_pDebugWindow = std::make_shared<korvane::aipq::AIPQDisplay>();
+    }
 };
 
-// Counts events and lets a test wait for a count to be reached.
-class EventCounter {
-public:
-    void bump() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_count;
-        m_cond.notify_all();
-    }
-    int value() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_count;
-    }
-    bool waitAtLeast(int n, std::chrono::milliseconds timeout) const {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_cond.wait_for(lock, timeout, [&] { return m_count >= n; });
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    mutable std::condition_variable m_cond;
-    int m_count = 0;
-};
-
-class FakeSystemInfoManager : public SystemInfoManagerInterface {
-public:
-    std::atomic<bool> aipqEnable{true};
-    std::atomic<int> gameMode{0};
-    std::atomic<int> hdrType{1};
-    std::atomic<bool> encrypted{false};
-    std::atomic<int> playerState{2};
-    std::atomic<int> sourceType{2};
-    std::atomic<bool> supported{true};
-    EventCounter startCalls;
-    EventCounter stopCalls;
-    EventCounter gameModeTests;
-    EventCounter hdrTests;
-    EventCounter encryptedTests;
-    // Counts reads that found AIPQ disabled: the worker's AIPQ gate test (and the reset that
-    // follows it) happens with the gate's mutex held.
-    EventCounter aipqOffReads;
-
-    void setObserver(AIRecognition*) override {}
-    void start() override { startCalls.bump(); }
-    void stop() override { stopCalls.bump(); }
-    void handleAIPQChanged(AIPQMode, bool) override {}
-    void handleSourceTypeChanged(SourceType) override {}
-    void handlePlayerStateChanged(PlayerState) override {}
-    void handleStreamEncryptedChanged(StreamMode, bool) override {}
-    void handleVideoInfoHDRTypeChanged(VideoInfoHDRType) override {}
-    void handleVideoGameModeChanged(VideoGameMode) override {}
-    bool getAIPQEnable() override {
-        bool v = aipqEnable;
-        if (!v) {
-            aipqOffReads.bump();
+struct EventCounter {
+    std::atomic<int> count{0};
+    void bump() { ++count; }
+    int value() const { return count; }
+    bool waitAtLeast(int n, std::chrono::milliseconds timeout = std::chrono::seconds(5)) const {
+        const auto end = std::chrono::steady_clock::now() + timeout;
+        while (count < n && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        return v;
+        return count >= n;
     }
-    PlayerState getPlayerState() override { return static_cast<PlayerState>(playerState.load()); }
-    SourceType getSourceType() override { return static_cast<SourceType>(sourceType.load()); }
-    bool getStreamEncrypted() override { return encrypted; }
-    VideoInfoHDRType getVideoInfoHDRType() override { return static_cast<VideoInfoHDRType>(hdrType.load()); }
-    VideoGameMode getVideoGameMode() override { return static_cast<VideoGameMode>(gameMode.load()); }
-    bool getAIPQEnableForced() override { return aipqEnable; }
-    PlayerState getPlayerStateForced() override { return getPlayerState(); }
-    SourceType getSourceTypeForced() override { return getSourceType(); }
-    bool getStreamEncryptedForced() override {
-        bool v = encrypted;
-        encryptedTests.bump();
-        return v;
-    }
+};
+
+// What the controller reads of the TV state, set by the test. The gates' reads count as tests of
+// their gate; a disabled AIPQ read counts as a test of the AIPQ gate.
+class FakeSystemInfoManager : public SystemInfoManager {
+public:
+    FakeSystemInfoManager() : SystemInfoManager(nullptr) {}
+    std::atomic<bool> aipqEnable{true}, encrypted{false};
+    std::atomic<int> gameMode{0}, hdrType{1}, playerState{2}, sourceType{2};
+    EventCounter aipqOffReads, gameModeTests, hdrTests, encryptedTests;
+
+    // Not subscribed to the TV: the test sets the state.
+    void start() override {}
+    void stop() override {}
+    bool getAIPQEnable() override { return aipqEnable ? true : counted(aipqOffReads, false); }
+    bool getStreamEncryptedForced() override { return counted(encryptedTests, encrypted.load()); }
     VideoInfoHDRType getVideoInfoHDRTypeForced() override {
-        auto v = getVideoInfoHDRType();
-        hdrTests.bump();
-        return v;
+        return counted(hdrTests, VideoInfoHDRType(hdrType.load()));
     }
     VideoGameMode getVideoGameModeForced() override {
-        auto v = getVideoGameMode();
-        gameModeTests.bump();
+        return counted(gameModeTests, VideoGameMode(gameMode.load()));
+    }
+    bool enablePlayerState() override { return playerState == 1 || playerState == 2; }
+    bool enableSourceType() override { return (sourceType >= 1 && sourceType <= 6) || sourceType == 9; }
+    bool enableVideoInfoHDRType() override { return hdrType == 1; }
+
+private:
+    template <typename T>
+    static T counted(EventCounter& c, T v) {
+        c.bump();
         return v;
     }
-    bool getAIPQSupported() override { return supported; }
-    bool getAIPQSupportedForced() override { return supported; }
-    bool enablePlayerState() override { return static_cast<unsigned>(playerState.load()) - 1u <= 1u; }
-    bool enableSourceType() override {
-        int s = sourceType;
-        return (s >= 1 && s <= 6) || s == 9;
-    }
-    bool enableVideoInfoHDRType() override { return hdrType == 1; }
 };
 
+// Answers from a queue, then Sky, reporting the last label that succeeded as the previous one. The
+// trace records requests (R), environment reloads (E) and model loads (M) in order.
 class FakeRecognitionManager : public RecognitionManagerBase {
 public:
-    struct Answer {
-        int result;
-        telvo_ai_service::AiPQPredictLabel label;
-    };
-
-    EventCounter recognitions;
-    EventCounter resets;
-    std::atomic<int> releaseModels{0};
-    std::atomic<int> envReloads{0};
-    std::atomic<int> modelLoads{0};
-    std::atomic<int> stopServiceCalls{0};
+    EventCounter recognitions, releases, loadStateReads;
     std::atomic<bool> modelLoaded{false};
 
-    void queue(int result, telvo_ai_service::AiPQPredictLabel label) {
+    void queue(int result, svc::AiPQPredictLabel label) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_answers.push_back({result, label});
     }
-    void setDefault(int result, telvo_ai_service::AiPQPredictLabel label) {
+    std::string trace() {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_default = {result, label};
+        return m_trace;
     }
-
-    bool getModelLoadState() override { return modelLoaded; }
-    int loadModel() override {
-        ++modelLoads;
-        return 0;
+    bool getModelLoadState() override {
+        loadStateReads.bump();
+        return modelLoaded;
     }
-    int recognitionPicture(korvane::ai::PictureData*, telvo_ai_service::AiPQPredictLabel& current,
-                           telvo_ai_service::AiPQPredictLabel& previous,
-                           std::vector<telvo_ai_service::TelvoAiPQPredict>* predictions) override {
-        Answer a;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_answers.empty()) {
-                a = m_default;
-            } else {
-                a = m_answers.front();
-                m_answers.pop_front();
-            }
-            if (a.result == 0) {
-                previous = m_last;
-                current = a.label;
-                m_last = a.label;
-                if (predictions != nullptr) {
-                    predictions->push_back({a.label, 0.9f});
-                }
-            }
+    int loadModel() override { return note('M'); }
+    int loadAiServiceEnv() override { return note('E'); }
+    int recognitionPicture(korvane::ai::PictureData*, svc::AiPQPredictLabel& current,
+                           svc::AiPQPredictLabel& previous,
+                           std::vector<svc::TelvoAiPQPredict>* predictions) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        std::pair<int, svc::AiPQPredictLabel> a{0, svc::Sky};
+        if (!m_answers.empty()) {
+            a = m_answers.front();
+            m_answers.pop_front();
+        }
+        m_trace += 'R';
+        previous = m_lastLabel;
+        current = a.second;
+        if (a.first == 0) {
+            m_lastLabel = a.second;
+            predictions->push_back({a.second, 0.9f});
         }
         recognitions.bump();
-        return a.result;
+        return a.first;
     }
     int releaseModel() override {
-        ++releaseModels;
+        releases.bump();
         return 0;
     }
     int isValidPicture(korvane::ai::PictureData*) override { return 0; }
-    int stopAiService() override {
-        ++stopServiceCalls;
-        return 0;
-    }
-    void reset() override {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_last = telvo_ai_service::Invalid;
-        }
-        resets.bump();
-    }
-    int loadAiServiceEnv() override {
-        ++envReloads;
-        return 0;
-    }
+    int stopAiService() override { return 0; }
+    svc::AiServiceModelConfig& config() { return m_modelConfig; }
+    svc::AiPQPredictLabel& lastLabel() { return m_lastLabel; }
 
 private:
+    int note(char c) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_trace += c;
+        return 0;
+    }
     std::mutex m_mutex;
-    std::deque<Answer> m_answers;
-    Answer m_default{0, telvo_ai_service::Sky};
-    telvo_ai_service::AiPQPredictLabel m_last = telvo_ai_service::Invalid;
+    std::deque<std::pair<int, svc::AiPQPredictLabel>> m_answers;
+    std::string m_trace;
 };
 
 class FakeCapture : public PictureCapture {
 public:
-    std::atomic<bool> ok{true};
-    EventCounter captures;
+    std::vector<unsigned char> pixels = std::vector<unsigned char>(224 * 224 * 3);
     bool start() override { return true; }
     bool stop() override { return true; }
     bool getPicture(bool, korvane::ai::PictureData* picture) override {
-        picture->buffer = m_pixels.data();
-        picture->width = 224;
-        picture->height = 224;
+        *picture = {};
+        picture->buffer = pixels.data();
+        picture->width = picture->height = 224;
         picture->colorMode = korvane::ai::COLOR_MODE_RGB888;
-        captures.bump();
-        return ok;
+        return true;
     }
-
-private:
-    std::vector<unsigned char> m_pixels = std::vector<unsigned char>(224 * 224 * 3, 0x40);
 };
 
-class RecordingSetting : public SystemSettingInterface {
+// The platform's client, except that offset rows are recorded instead of applied.
+class RecordingSetting : public SystemSetting {
 public:
-    EventCounter rows;
-    std::vector<std::vector<int>> history() {
+    std::atomic<int> status{0};
+    std::vector<std::vector<int>> rows() {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_rows;
     }
-    int setVideoBrightness(int) override { return 0; }
-    int setVideoContrast(int) override { return 0; }
-    int setVideoSaturation(int) override { return 0; }
-    int setVideoSharpness(int) override { return 0; }
-    int setVideoMEMC(int) override { return 0; }
-    int setVideoNR(int) override { return 0; }
-    int setVideoColorTunerFamily(std::vector<int>&) override { return 0; }
     int setVideoPQParameters(std::vector<int>& offsets) override {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_rows.push_back(offsets);
-        }
-        rows.bump();
-        return 0;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_rows.push_back(offsets);
+        return status;
     }
-    int getVideoBrightness() override { return 0; }
-    int getVideoContrast() override { return 0; }
-    int getVideoSaturation() override { return 0; }
-    int getVideoSharpness() override { return 0; }
-    int getVideoMEMC() override { return 0; }
-    int getVideoNR() override { return 0; }
-    int getVideoColorTunerFamily(std::vector<int>&) override { return 0; }
 
 private:
     std::mutex m_mutex;
     std::vector<std::vector<int>> m_rows;
 };
 
-// A meminfo file whose MemAvailable the test controls.
+// A memory summary the test writes, in the sandbox's own /var/run; replaced whole, so no reader
+// sees half a file.
 class FakeMemInfo {
 public:
-    FakeMemInfo() {
-        char tmpl[] = "/tmp/aipq_meminfo_XXXXXX";
-        int fd = mkstemp(tmpl);
-        if (fd >= 0) {
-            close(fd);
-        }
-        m_path = tmpl;
-        setAvailable(4000000);
-    }
+    FakeMemInfo() { setAvailable(4000000); }
     ~FakeMemInfo() { std::remove(m_path.c_str()); }
-    void setAvailable(int kb) {
-        std::string tmp = m_path + ".new";
-        {
-            std::ofstream out(tmp);
-            out << "MemTotal:       16000000 kB\nMemFree:         8000000 kB\nMemAvailable:   " << kb
-                << " kB\nBuffers:          100000 kB\nCached:          2000000 kB\nSwapCached:            0 "
-                   "kB\n"
-                   "SwapTotal:             0 kB\nSwapFree:              0 kB\n";
-        }
-        std::rename(tmp.c_str(), m_path.c_str());
+    void write(const std::string& text) {
+        std::ofstream(m_path + ".new") << text;
+        std::rename((m_path + ".new").c_str(), m_path.c_str());
     }
-    const std::string& path() const { return m_path; }
+    void setAvailable(int kb) {
+        write("MemTotal: 16000000 kB\nMemAvailable: " + std::to_string(kb) + " kB\n");
+    }
+    const char* path() const { return m_path.c_str(); }
 
 private:
-    std::string m_path;
+    const std::string m_path = "/var/run/aipq_test_meminfo";
 };
 
-// The controller wired to the doubles above, with a fast clock; the fixture base of the
-// controller tests. Members are destroyed in reverse order: the controller first.
+// The controller wired to the doubles above, on a fast clock. Members are destroyed in reverse
+// order: the controller first.
 class ControllerTestBase : public ::testing::Test {
-protected:
+public:
     void SetUp() override { host::setTimeScale(1000.0); }
     void TearDown() override {
         controller.stop();
@@ -305,11 +208,11 @@ protected:
 
     LogCapture log;
     FakeMemInfo meminfo;
-    MemoryMonitor memory{meminfo.path().c_str()};
+    MemoryMonitor memory{meminfo.path()};
     FakeSystemInfoManager info;
     FakeCapture capture;
-    std::shared_ptr<RecordingSetting> settingClient = std::make_shared<RecordingSetting>();
-    SystemSettingManager setting{settingClient};
+    std::shared_ptr<RecordingSetting> platform = std::make_shared<RecordingSetting>();
+    SystemSettingManager setting{platform};
     FakeRecognitionManager recognition;
     AIRecognition controller;
 };

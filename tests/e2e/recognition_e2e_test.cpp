@@ -94,5 +94,21 @@ TEST_F(RecognitionE2E, ClosedGatesParkTheWorkerAndGameModeWithdrawsTheScene) {
     stop(*m_daemon);
 }
 
+// The new service knows nothing: it has to be initialised and configured before the model loads.
+TEST_F(RecognitionE2E, RestartedServiceIsBroughtUpAgainAndScenesKeepComing) {
+    m_service.reset(new ChildProcess({kBin + "/ai_service", "--exit-after", "8"}, env({})));
+    startDaemon();
+    ASSERT_EQ(m_service->wait(30s), 0) << m_service->output();
+    const size_t rows = pqRows("pq_history").size();
+    startService();
+    ASSERT_TRUE(eventually([&] { return pqRows("pq_history").size() >= rows + 2; })) << m_daemon->output();
+    const std::vector<std::string> sent = commands();
+    const std::vector<std::string> bringUp = {proto::kCmdInitAiService, proto::kCmdGetModelConfig,
+                                              proto::kCmdSetModelConfig, proto::kCmdSetAiType};
+    auto found = std::search(sent.begin(), sent.end(), bringUp.begin(), bringUp.end());
+    EXPECT_NE(std::find(found, sent.end(), std::string(proto::kCmdLoadModel)), sent.end());
+    stop(*m_daemon);
+}
+
 }  // namespace
 }  // namespace e2e

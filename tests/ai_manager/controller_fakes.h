@@ -105,8 +105,7 @@ public:
     int loadModel() override { return note('M'); }
     int loadAiServiceEnv() override { return note('E'); }
     int recognitionPicture(korvane::ai::PictureData*, svc::AiPQPredictLabel& current,
-                           svc::AiPQPredictLabel& previous,
-                           std::vector<svc::TelvoAiPQPredict>* predictions) override {
+                           svc::AiPQPredictLabel& previous, std::vector<svc::TelvoAiPQPredict>*) override {
         std::lock_guard<std::mutex> lock(m_mutex);
         std::pair<int, svc::AiPQPredictLabel> a{0, svc::Sky};
         if (!m_answers.empty()) {
@@ -118,7 +117,6 @@ public:
         current = a.second;
         if (a.first == 0) {
             m_lastLabel = a.second;
-            predictions->push_back({a.second, 0.9f});
         }
         recognitions.bump();
         return a.first;

@@ -9,21 +9,6 @@
 
 namespace korvane {
 
-#ifdef AIPQ_DFB_LINKED
-
-// Bound at link time (the unit tests link a recording stand-in for the library).
-DFBResult dfbInit(int* argc, char*(*argv[])) {
-    return DirectFBInit(argc, argv);
-}
-DFBResult dfbCreate(IDirectFB** dfb) {
-    return DirectFBCreate(dfb);
-}
-DFBResult dfbErrorFatal(const char* msg, DFBResult result) {
-    return DirectFBErrorFatal(msg, result);
-}
-
-#else
-
 namespace {
 
 struct EntryPoints {
@@ -75,7 +60,5 @@ DFBResult dfbErrorFatal(const char* msg, DFBResult result) {
     // Only reached after a DirectFB call failed, which means the library was there.
     std::abort();
 }
-
-#endif
 
 }  // namespace korvane

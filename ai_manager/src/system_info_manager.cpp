@@ -27,6 +27,15 @@ void storeCached(T& member, T value) {
     __atomic_store(&member, &value, __ATOMIC_RELAXED);
 }
 
+template <typename T>
+bool storeIfChanged(T& member, T value) {
+    if (loadCached(member) == value) {
+        return false;
+    }
+    storeCached(member, value);
+    return true;
+}
+
 }  // namespace
 
 SystemInfoManager::SystemInfoManager(std::shared_ptr<SystemInfoInterface> systemInfo)
@@ -35,11 +44,11 @@ SystemInfoManager::SystemInfoManager(std::shared_ptr<SystemInfoInterface> system
       m_currentAIPQAvailable(false),
       m_currentAIPQEnable(false),
       m_systemInfo(),
-      m_currentSourceType(static_cast<SourceType>(0)),
-      m_currentPlayerState(static_cast<PlayerState>(0)),
+      m_currentSourceType(SOURCE_TYPE_NONE),
+      m_currentPlayerState(PLAYER_STATE_STOPPED),
       m_currentEncrypted(false),
-      m_currentVideoInfoHDRType(static_cast<VideoInfoHDRType>(0)),
-      m_currentVideoGameMode(static_cast<VideoGameMode>(0)),
+      m_currentVideoInfoHDRType(VIDEO_INFO_HDR_TYPE_0),
+      m_currentVideoGameMode(VIDEO_GAME_MODE_OFF),
       m_currentAIPQSupported(false) {
     int rc = pthread_mutex_init(&m_mutex, nullptr);
     if (rc != 0) {
@@ -110,98 +119,84 @@ void SystemInfoManager::stop() {
     m_systemInfo->setVideoGameModeChangedCallback(nullptr, nullptr);
 }
 
-void SystemInfoManager::handleAIPQChanged(AIPQMode mode, bool state) {
-    AM_LOGD("aipqMode: %d, state: %d\n", mode, state);
+// The shape every change handler shares: under m_mutex, `unchanged` stores the new value and says
+// why nothing is reported (null when the value moved); the controller hears only real changes, with
+// the mutex still held.
+template <typename Unchanged, typename Notify>
+void SystemInfoManager::handleChange(const char* handler, Unchanged unchanged, Notify notify) {
     UniqueLock lock(&m_mutex);
-    if (!aipqEnableStateChanged(mode, state)) {
-        AM_LOGD("aipq enable state is not changed.\n");
+    if (const char* reason = unchanged()) {
+        DBG_LOG_IN(handler, DBG_LEVEL_DEBUG, AIPQ_TAG_MANAGER, "%s", reason);
         return;
     }
     if (m_pAIRecognition == nullptr) {
-        AM_LOGE("m_pAIRecognition is NULL.\n");
+        DBG_LOG_IN(handler, DBG_LEVEL_ERROR, AIPQ_TAG_MANAGER, "m_pAIRecognition is NULL.\n");
         return;
     }
-    m_pAIRecognition->handleAIPQChanged(loadCached(m_currentAIPQEnable));
+    notify(m_pAIRecognition);
+}
+
+void SystemInfoManager::handleAIPQChanged(AIPQMode mode, bool state) {
+    AM_LOGD("aipqMode: %d, state: %d\n", mode, state);
+    handleChange(
+        __func__,
+        [&] { return aipqEnableStateChanged(mode, state) ? nullptr : "aipq enable state is not changed.\n"; },
+        [&](AIRecognition* r) { r->handleAIPQChanged(loadCached(m_currentAIPQEnable)); });
 }
 
 void SystemInfoManager::handleSourceTypeChanged(SourceType type) {
     AM_LOGD("currentSourceType: %d, new sourceType: %d\n", loadCached(m_currentSourceType), type);
-    UniqueLock lock(&m_mutex);
-    if (type == loadCached(m_currentSourceType)) {
-        AM_LOGD("source type is not changed.\n");
-        return;
-    }
-    storeCached(m_currentSourceType, type);
-    if (m_pAIRecognition == nullptr) {
-        AM_LOGE("m_pAIRecognition is NULL.\n");
-        return;
-    }
-    m_pAIRecognition->handleSourceAndAppChanged(type);
+    handleChange(
+        __func__,
+        [&] { return storeIfChanged(m_currentSourceType, type) ? nullptr : "source type is not changed.\n"; },
+        [&](AIRecognition* r) { r->handleSourceAndAppChanged(type); });
 }
 
 void SystemInfoManager::handlePlayerStateChanged(PlayerState state) {
     AM_LOGD("m_currentPlayerState: %d, new player state: %d\n", loadCached(m_currentPlayerState), state);
-    UniqueLock lock(&m_mutex);
-    if (state == loadCached(m_currentPlayerState)) {
-        AM_LOGD("player state is not changed.\n");
-        return;
-    }
-    storeCached(m_currentPlayerState, state);
-    if (m_pAIRecognition == nullptr) {
-        AM_LOGE("m_pAIRecognition is NULL.\n");
-        return;
-    }
-    m_pAIRecognition->handlePlayerStateChanged(state);
+    handleChange(
+        __func__,
+        [&] {
+            return storeIfChanged(m_currentPlayerState, state) ? nullptr : "player state is not changed.\n";
+        },
+        [&](AIRecognition* r) { r->handlePlayerStateChanged(state); });
 }
 
 void SystemInfoManager::handleStreamEncryptedChanged(StreamMode mode, bool encrypted) {
     AM_LOGD("m_currentEncrypted: %d, new encrypted: %d\n", loadCached(m_currentEncrypted), encrypted);
-    UniqueLock lock(&m_mutex);
-    if (!matchSourceType(mode)) {
-        AM_LOGD("is not for current source type.\n");
-        return;
-    }
-    if (encrypted == loadCached(m_currentEncrypted)) {
-        AM_LOGD("encrypted state is not changed.\n");
-        return;
-    }
-    storeCached(m_currentEncrypted, encrypted);
-    if (m_pAIRecognition == nullptr) {
-        AM_LOGE("m_pAIRecognition is NULL.\n");
-        return;
-    }
-    m_pAIRecognition->handleStreamEncryptedChanged(encrypted);
+    handleChange(
+        __func__,
+        [&] {
+            if (!matchSourceType(mode)) {
+                return "is not for current source type.\n";
+            }
+            return storeIfChanged(m_currentEncrypted, encrypted) ? nullptr
+                                                                 : "encrypted state is not changed.\n";
+        },
+        [&](AIRecognition* r) { r->handleStreamEncryptedChanged(encrypted); });
 }
 
 void SystemInfoManager::handleVideoInfoHDRTypeChanged(VideoInfoHDRType type) {
     AM_LOGD("current videoInfoHDRType: %d, new videoInfoHDRType: %d\n", loadCached(m_currentVideoInfoHDRType),
             type);
-    UniqueLock lock(&m_mutex);
-    if (type == loadCached(m_currentVideoInfoHDRType)) {
-        AM_LOGD("videoInfoHDRType is not changed.\n");
-        return;
-    }
-    storeCached(m_currentVideoInfoHDRType, type);
-    if (m_pAIRecognition == nullptr) {
-        AM_LOGE("m_pAIRecognition is NULL.\n");
-        return;
-    }
-    m_pAIRecognition->handleVideoInfoHDRTypeChanged(type);
+    handleChange(
+        __func__,
+        [&] {
+            return storeIfChanged(m_currentVideoInfoHDRType, type) ? nullptr
+                                                                   : "videoInfoHDRType is not changed.\n";
+        },
+        [&](AIRecognition* r) { r->handleVideoInfoHDRTypeChanged(type); });
 }
 
 void SystemInfoManager::handleVideoGameModeChanged(VideoGameMode mode) {
     AM_LOGD("currentVideoGameMode: %d, new videoGameMode: %d\n", loadCached(m_currentVideoGameMode), mode);
-    UniqueLock lock(&m_mutex);
-    if (mode == loadCached(m_currentVideoGameMode)) {
-        AM_LOGD("video game mode is not changed.\n");
-        return;
-    }
-    storeCached(m_currentVideoGameMode, mode);
-    if (m_pAIRecognition == nullptr) {
-        AM_LOGE("m_pAIRecognition is NULL.\n");
-        return;
-    }
-    m_pAIRecognition->handleVideoGameModeChanged(mode);
+    handleChange(
+        __func__,
+        [&] {
+            return storeIfChanged(m_currentVideoGameMode, mode) ? nullptr
+                                                                : "video game mode is not changed.\n";
+        },
+        [&](AIRecognition* r) { r->handleVideoGameModeChanged(mode); });
 }
 
 bool SystemInfoManager::getAIPQEnable() {
@@ -269,9 +264,9 @@ SourceType SystemInfoManager::getSourceTypeForced() {
 bool SystemInfoManager::getStreamEncryptedForced() {
     SourceType source = loadCached(m_currentSourceType);
     bool value = false;
-    if (source == 1) {
+    if (source == SOURCE_TYPE_1) {
         value = m_systemInfo->getStreamEncryptedSource1();
-    } else if (source == 6 || source == 9) {
+    } else if (source == SOURCE_TYPE_6 || source == SOURCE_TYPE_9) {
         value = m_systemInfo->getStreamEncryptedSource6Or9();
     }
     storeCached(m_currentEncrypted, value);
@@ -309,13 +304,13 @@ bool SystemInfoManager::getAIPQSupportedForced() {
 bool SystemInfoManager::enablePlayerState() {
     PlayerState state = loadCached(m_currentPlayerState);
     AM_LOGD("m_currentPlayerState: %d\n", state);
-    return static_cast<uint32_t>(state) - 1u <= 1u;
+    return state == PLAYER_STATE_1 || state == PLAYER_STATE_PLAYING;
 }
 
 bool SystemInfoManager::enableSourceType() {
     SourceType type = loadCached(m_currentSourceType);
     AM_LOGD("m_currentSourceType: %d\n", type);
-    bool enable = (type >= 1 && type <= 6) || type == 9;
+    bool enable = (type >= SOURCE_TYPE_1 && type <= SOURCE_TYPE_6) || type == SOURCE_TYPE_9;
     AM_LOGD("m_currentSourceType: %d, enable: %d\n", type, enable);
     return enable;
 }
@@ -323,22 +318,22 @@ bool SystemInfoManager::enableSourceType() {
 bool SystemInfoManager::enableVideoInfoHDRType() {
     VideoInfoHDRType type = loadCached(m_currentVideoInfoHDRType);
     AM_LOGD("m_currentVideoInfoHDRType: %d\n", type);
-    bool enable = type == 1;
+    bool enable = type == VIDEO_INFO_HDR_TYPE_ALLOWED;
     AM_LOGD("m_currentVideoInfoHDRType: %d, enable: %d\n", type, enable);
     return enable;
 }
 
 bool SystemInfoManager::matchSourceType(StreamMode streamMode) {
     SourceType type = loadCached(m_currentSourceType);
-    bool ret = streamMode == 2 ? type == 1 : type != 1;
+    bool ret = streamMode == STREAM_MODE_SOURCE1 ? type == SOURCE_TYPE_1 : type != SOURCE_TYPE_1;
     AM_LOGD("streamMode: %d, m_currentSourceType: %d, ret: %d\n", streamMode, type, ret);
     return ret;
 }
 
 bool SystemInfoManager::aipqEnableStateChanged(AIPQMode mode, bool state) {
-    if (mode == 2) {
+    if (mode == AIPQ_MODE_SWITCH) {
         storeCached(m_currentAIPQSwitchState, state);
-    } else if (mode == 3) {
+    } else if (mode == AIPQ_MODE_AVAILABLE) {
         storeCached(m_currentAIPQAvailable, state);
     }
     bool switchState = loadCached(m_currentAIPQSwitchState);

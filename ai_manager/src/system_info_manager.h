@@ -79,6 +79,9 @@ public:
     bool aipqEnableStateChanged(AIPQMode mode, bool state);
 
 private:
+    template <typename Unchanged, typename Notify>
+    void handleChange(const char* handler, Unchanged unchanged, Notify notify);
+
     AIRecognition* m_pAIRecognition;
     bool m_currentAIPQSwitchState;
     bool m_currentAIPQAvailable;

@@ -22,13 +22,15 @@ inline const char* dbgBaseName(const char* path) {
     return slash ? slash + 1 : path;
 }
 
-// "%s:%d:%s(): %s " + message: file base name, line, function, module tag.
-#define DBG_LOG(level, tag, fmt, ...)                                                                        \
-    do {                                                                                                     \
-        if (dbgLevelEnabled(DBG_LEVEL_WORD(level))) {                                                        \
-            dbgOutput("%s:%d:%s(): %s " fmt, dbgBaseName(__FILE__), __LINE__, __func__, tag, ##__VA_ARGS__); \
-        }                                                                                                    \
+// "%s:%d:%s(): %s " + message: file base name, line, function, module tag. DBG_LOG_IN names the
+// function itself, for a helper that logs on behalf of its caller.
+#define DBG_LOG_IN(func, level, tag, fmt, ...)                                                           \
+    do {                                                                                                 \
+        if (dbgLevelEnabled(DBG_LEVEL_WORD(level))) {                                                    \
+            dbgOutput("%s:%d:%s(): %s " fmt, dbgBaseName(__FILE__), __LINE__, func, tag, ##__VA_ARGS__); \
+        }                                                                                                \
     } while (0)
+#define DBG_LOG(level, tag, fmt, ...) DBG_LOG_IN(__func__, level, tag, fmt, ##__VA_ARGS__)
 
 #define DBG_ENTER(tag) DBG_LOG(DBG_LEVEL_ENTRY, tag, "[%s][%d] ENTER\n", __func__, __LINE__)
 #define DBG_RETURN(tag) DBG_LOG(DBG_LEVEL_ENTRY, tag, "[%s][%d] RETURN\n", __func__, __LINE__)

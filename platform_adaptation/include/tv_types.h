@@ -10,13 +10,17 @@ enum AIPQMode : int32_t {
     AIPQ_MODE_AVAILABLE = 3,
 };
 
+// Sources 1 to 6 and 9 permit recognition. Source 1 reports its stream's encryption with
+// STREAM_MODE_SOURCE1 and is read with getStreamEncryptedSource1; 6 and 9 are read with
+// getStreamEncryptedSource6Or9; 2 to 5 are never encrypted.
 enum SourceType : int32_t {
     SOURCE_TYPE_NONE = 0,
-    SOURCE_TYPE_ENCRYPTION_STREAM2 = 1,
+    SOURCE_TYPE_1 = 1,
     SOURCE_TYPE_6 = 6,
     SOURCE_TYPE_9 = 9,
 };
 
+// States 1 and 2 permit recognition.
 enum PlayerState : int32_t {
     PLAYER_STATE_STOPPED = 0,
     PLAYER_STATE_1 = 1,

@@ -83,6 +83,30 @@ IDirectFB* getDFB() {
     return g_dfb;
 }
 
+DFBSurfaceDescription describeSurface(int width, int height, DFBSurfacePixelFormat format,
+                                      std::optional<DFBSurfaceCapabilities> caps,
+                                      const SurfaceBuffer* buffers) {
+    DFBSurfaceDescription desc;
+    std::memset(&desc, 0, sizeof(desc));
+    int flags = DSDESC_WIDTH | DSDESC_HEIGHT | DSDESC_PIXELFORMAT;
+    if (caps) {
+        flags |= DSDESC_CAPS;
+        desc.caps = *caps;
+    }
+    desc.width = width;
+    desc.height = height;
+    desc.pixelformat = format;
+    if (buffers != nullptr) {
+        flags |= DSDESC_PREALLOCATED;
+        for (int i = 0; i < 2; ++i) {
+            desc.preallocated[i].data = buffers[i].data;
+            desc.preallocated[i].pitch = buffers[i].pitch;
+        }
+    }
+    desc.flags = static_cast<DFBSurfaceDescriptionFlags>(flags);
+    return desc;
+}
+
 IDirectFBSurface* createDFBSurface(int width, int height, void** data, int* pitch,
                                    DFBSurfaceCapabilities caps) {
     IDirectFB* dfb = getDFB();
@@ -91,21 +115,10 @@ IDirectFBSurface* createDFBSurface(int width, int height, void** data, int* pitc
         return nullptr;
     }
 
-    DFBSurfaceDescription desc;
-    std::memset(&desc, 0, sizeof(desc));
-    desc.flags = static_cast<DFBSurfaceDescriptionFlags>(DSDESC_CAPS | DSDESC_WIDTH | DSDESC_HEIGHT |
-                                                         DSDESC_PIXELFORMAT);
-    desc.caps = caps;
-    desc.width = width;
-    desc.height = height;
-    desc.pixelformat = DSPF_ARGB;
-    if (data != nullptr) {
-        desc.flags = static_cast<DFBSurfaceDescriptionFlags>(desc.flags | DSDESC_PREALLOCATED);
-        desc.preallocated[0].data = data[0];
-        desc.preallocated[0].pitch = pitch[0];
-        desc.preallocated[1].data = data[1];
-        desc.preallocated[1].pitch = pitch[1];
-    }
+    const SurfaceBuffer buffers[2] = {{data != nullptr ? data[0] : nullptr, data != nullptr ? pitch[0] : 0},
+                                      {data != nullptr ? data[1] : nullptr, data != nullptr ? pitch[1] : 0}};
+    DFBSurfaceDescription desc =
+        describeSurface(width, height, DSPF_ARGB, caps, data != nullptr ? buffers : nullptr);
 
     OVL_LOGD("Create DFB Surface  ...\n");
     IDirectFBSurface* surface = nullptr;

@@ -3,6 +3,8 @@
 
 #include <directfb.h>
 
+#include <optional>
+
 #include "dfb_entry.h"
 #include "overlay_log.h"
 
@@ -19,6 +21,16 @@ namespace korvane {
 // The process-wide root interface, created on first use and kept for the life of the process.
 // Null when DirectFB cannot start here (no display, no frame buffer).
 IDirectFB* getDFB();
+
+// The one place a surface description is filled in. Without `caps` the description carries no
+// capabilities flag; with `buffers` (two of them) DirectFB uses the caller's pixels in place.
+struct SurfaceBuffer {
+    void* data;
+    int pitch;
+};
+DFBSurfaceDescription describeSurface(int width, int height, DFBSurfacePixelFormat format,
+                                      std::optional<DFBSurfaceCapabilities> caps,
+                                      const SurfaceBuffer* buffers = nullptr);
 
 // An ARGB surface; with `data` the two buffers data[0]/pitch[0] and data[1]/pitch[1] are used
 // in place.

@@ -67,14 +67,7 @@ void GraphicContextDFB::setContentSize(int width, int height) {
         return;
     }
 
-    DFBSurfaceDescription desc;
-    std::memset(&desc, 0, sizeof(desc));
-    desc.flags = static_cast<DFBSurfaceDescriptionFlags>(DSDESC_CAPS | DSDESC_WIDTH | DSDESC_HEIGHT |
-                                                         DSDESC_PIXELFORMAT);
-    desc.caps = DSCAPS_PREMULTIPLIED;
-    desc.width = width;
-    desc.height = height;
-    desc.pixelformat = DSPF_ARGB;
+    DFBSurfaceDescription desc = describeSurface(width, height, DSPF_ARGB, DSCAPS_PREMULTIPLIED);
 
     OVL_LOGD("Create DFB Surface  ...\n");
     IDirectFBSurface* surface = nullptr;

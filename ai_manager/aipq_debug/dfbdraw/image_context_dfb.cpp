@@ -46,18 +46,9 @@ void ImageContextDFB::loadFromBuffer(void* buffer, int width, int height) {
         return;
     }
 
-    DFBSurfaceDescription desc;
-    std::memset(&desc, 0, sizeof(desc));
-    desc.flags = static_cast<DFBSurfaceDescriptionFlags>(DSDESC_WIDTH | DSDESC_HEIGHT | DSDESC_PIXELFORMAT |
-                                                         DSDESC_PREALLOCATED);
-    desc.width = width;
-    desc.height = height;
-    desc.pixelformat = DSPF_RGB24;
     // No copy: DirectFB reads the caller's pixels whenever the image is drawn.
-    desc.preallocated[0].data = buffer;
-    desc.preallocated[0].pitch = width * 3;
-    desc.preallocated[1].data = nullptr;
-    desc.preallocated[1].pitch = 0;
+    const SurfaceBuffer buffers[2] = {{buffer, width * 3}, {nullptr, 0}};
+    DFBSurfaceDescription desc = describeSurface(width, height, DSPF_RGB24, std::nullopt, buffers);
 
     IDirectFBSurface* surface = nullptr;
     DFBResult ret = m_DFB->CreateSurface(m_DFB, &desc, &surface);

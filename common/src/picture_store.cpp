@@ -1,5 +1,6 @@
 #include "picture_store.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -141,19 +142,35 @@ void PictureStore::savePicture(korvane::ai::PictureData* pPictureData, const cha
     if (file == nullptr) {
         AC_LOGE("Failed to open BMP file.\n");
     } else {
-        std::fwrite(fileType, 1, sizeof(fileType), file);
-        std::fwrite(fileHeader, 1, sizeof(fileHeader), file);
-        std::fwrite(infoHeader, 1, sizeof(infoHeader), file);
+        // The first failure stops the file: what follows could only fail the same way.
+        int error = 0;
+        errno = 0;
+        auto put = [&](const void* data, size_t size, size_t count) {
+            if (error == 0 && std::fwrite(data, size, count, file) != count) {
+                error = errno != 0 ? errno : EIO;
+            }
+        };
+        put(fileType, 1, sizeof(fileType));
+        put(fileHeader, 1, sizeof(fileHeader));
+        put(infoHeader, 1, sizeof(infoHeader));
         static const unsigned char kPadding[3] = {0, 0, 0};
         const size_t padding = (4 - rowBytes % 4) % 4;
         for (size_t r = rows; r > 0 && rowBytes > 0; --r) {
-            std::fwrite(image.data() + (r - 1) * rowBytes, kBmpBytesPerPixel, rowBytes / kBmpBytesPerPixel,
-                        file);
-            std::fwrite(kPadding, 1, padding, file);
+            put(image.data() + (r - 1) * rowBytes, kBmpBytesPerPixel, rowBytes / kBmpBytesPerPixel);
+            put(kPadding, 1, padding);
         }
         AC_LOGD("Flushing BMP to file system.\n");
-        std::fflush(file);
-        std::fclose(file);
+        if (std::fflush(file) != 0 && error == 0) {
+            error = errno;
+        }
+        if (std::fclose(file) != 0 && error == 0) {
+            error = errno;
+        }
+        // A cut file (a full disk) would still open as a picture, only not the one captured.
+        if (error != 0) {
+            AC_LOGE("Failed to write BMP file %s: %s; removed.\n", fullPath, std::strerror(error));
+            std::remove(fullPath);
+        }
     }
     AC_LOGD("BMP generating finished.\n");
 }

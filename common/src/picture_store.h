@@ -6,7 +6,8 @@
 #include "picture_data.h"
 
 // Writes captured frames as 24-bit BMP files into the dump directory. Switched on for the life
-// of the process by the presence of the marker file when the instance is first made.
+// of the process by the presence of the marker file when the instance is first made. A file that
+// cannot be written whole is logged and removed.
 class PictureStore {
 public:
     static PictureStore* getInstance();

@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mount.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <vector>
+
+#include "log_capture.h"
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<unsigned char>;
@@ -71,6 +74,36 @@ TEST(PictureStoreTest, FilesAreByteExact) {
     store->savePicture(&picture, "off.bmp");
     EXPECT_FALSE(store->enableDumpPicture());
     EXPECT_FALSE(fs::exists(dir / "off.bmp"));
+    fs::remove_all(dir);
+}
+
+// On a full file system a cut file (rows lost, or even the header) goes with an error line, and
+// the next dump that fits is written whole.
+TEST(PictureStoreTest, DumpThatDoesNotFitIsLoggedAndRemoved) {
+    char tmpl[] = "/tmp/aipq_full_XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const fs::path dir = tmpl;
+    ASSERT_EQ(mount("tmpfs", tmpl, "tmpfs", 0, "size=16k"), 0) << "needs the test sandbox";
+    std::ofstream(dir / "marker") << "x";
+    std::unique_ptr<PictureStore> store(PictureStore::createForTest((dir / "marker").string(), dir.string()));
+    LogCapture errors(1000);
+    Bytes rows(100 * 100 * 3, 7), one = {10, 20, 30};
+    korvane::ai::PictureData large{rows.data(), 100, 100, korvane::ai::COLOR_MODE_RGB888, 0};
+    korvane::ai::PictureData small{one.data(), 1, 1, korvane::ai::COLOR_MODE_RGB888, 0};
+    store->savePicture(&large, "cut.bmp");
+    std::ofstream fill(dir / "fill");
+    for (const std::string block(4096, 'x'); fill.write(block.data(), block.size());) {
+    }
+    fill.close();
+    store->savePicture(&small, "empty.bmp");
+    for (const char* name : {"cut.bmp", "empty.bmp"}) {
+        EXPECT_FALSE(fs::exists(dir / name)) << name;
+        EXPECT_EQ(errors.count(name), 1) << name;
+    }
+    fs::remove(dir / "fill");
+    store->savePicture(&small, "whole.bmp");
+    EXPECT_EQ(readFile(dir / "whole.bmp"), bmp(57, 1, 1, 3, {30, 20, 10, 0}));
+    umount(tmpl);
     fs::remove_all(dir);
 }
 

@@ -12,14 +12,7 @@ using telvo_ai_service::TelvoAiPQPredict;
 
 namespace {
 
-// Indexed by label value; the extra last entry names anything outside the label range.
-const char* const kLabelTexts[kAipqLabelTextCount] = {
-    "Cartoon", "Soccerball", "Sunflowers",  "Sky",       "Daisy",    "Fruite",  "Tree",
-    "Tulips",  "Cat",        "Performance", "Dandelion", "Building", "Food",    "Dog",
-    "Roses",   "Grassland",  "Face",        "Snow",      "Indoor",   "Invalid", "Unknown",
-};
-
-constexpr int kUnknownIndex = kAipqLabelTextCount - 1;
+constexpr const char* kUnknownText = "Unknown";
 constexpr double kMinTopConfidence = 0.4;
 constexpr double kKeepSceneMargin = 0.1;
 constexpr size_t kPathFieldSize = sizeof(telvo_ai_service::AiServiceModelConfig::model_name);
@@ -27,9 +20,10 @@ constexpr size_t kPathFieldSize = sizeof(telvo_ai_service::AiServiceModelConfig:
 }  // namespace
 
 const char* aipqLabelText(int value) {
-    return static_cast<unsigned int>(value) < static_cast<unsigned int>(kAipqLabelTextCount)
-               ? kLabelTexts[value]
-               : kLabelTexts[kUnknownIndex];
+    // Unsigned, so that negative values are "Unknown" as well.
+    return static_cast<unsigned int>(value) < static_cast<unsigned int>(ai_service_protocol::kLabelCount)
+               ? ai_service_protocol::kLabelTexts[value]
+               : kUnknownText;
 }
 
 RecognitionManagerBase::RecognitionManagerBase()
@@ -43,11 +37,7 @@ bool RecognitionManagerBase::getModelLoadState() {
 
 std::string RecognitionManagerBase::getLabelText(AiPQPredictLabel label) {
     AM_LOGD("label: %d, max_num: %d.\n", static_cast<int>(label), kAipqLabelTextCount);
-    // Unsigned so that negative values land on "Unknown" as well.
-    if (static_cast<unsigned int>(label) < static_cast<unsigned int>(kUnknownIndex)) {
-        return std::string(kLabelTexts[label]);
-    }
-    return std::string(kLabelTexts[kUnknownIndex]);
+    return std::string(aipqLabelText(static_cast<int>(label)));
 }
 
 void RecognitionManagerBase::reset() {

@@ -21,7 +21,7 @@ enum RecognitionManagerResult : int32_t {
 }  // namespace korvane
 
 // Label texts by value: the twenty scene labels, then "Unknown" for anything else.
-constexpr int kAipqLabelTextCount = 21;
+constexpr int kAipqLabelTextCount = ai_service_protocol::kLabelCount + 1;
 const char* aipqLabelText(int value);
 
 // Scene recognition as the controller sees it, independent of how the AI service is reached.

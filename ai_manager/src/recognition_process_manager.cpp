@@ -9,6 +9,7 @@
 #include <time.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "ai_common.h"
@@ -25,6 +26,12 @@ constexpr int kStopPollStepMs = 1000;
 constexpr int kRequestLimitMs = 10000;
 constexpr int kInitFailureLines = 11;
 constexpr int kSendReadyWaitSeconds = 1;
+
+// The request functions take the command as a writable buffer, as the queue message is.
+struct Command {
+    explicit Command(const char* command) { std::snprintf(text, sizeof(text), "%s", command); }
+    char text[proto::kMessageSize];
+};
 
 // The state word is shared with another process; whole aligned 32-bit accesses, and the
 // acquire/release pair orders the result bytes against the state the service writes last.
@@ -351,30 +358,30 @@ int RecognitionProcessManager::waitStopAiServiceFinished() {
 
 int RecognitionProcessManager::initAiService() {
     AM_ENTER();
-    char command[] = "ai_service_init_ai_service";
-    int ret = handleMessage(false, command, nullptr, 0);
+    Command command(proto::kCmdInitAiService);
+    int ret = handleMessage(false, command.text, nullptr, 0);
     AM_RETURN_VAL(ret);
     return ret;
 }
 
 void RecognitionProcessManager::getModelConfig(void* out) {
     AM_ENTER();
-    char command[] = "ai_service_get_model_config";
-    handleMessage(false, command, out, proto::kModelConfigSize);
+    Command command(proto::kCmdGetModelConfig);
+    handleMessage(false, command.text, out, proto::kModelConfigSize);
     AM_RETURN();
 }
 
 void RecognitionProcessManager::setModelConfig(void* in, int size) {
     AM_ENTER();
-    char command[] = "ai_service_set_model_config";
-    handleMessage(true, command, in, size);
+    Command command(proto::kCmdSetModelConfig);
+    handleMessage(true, command.text, in, size);
     AM_RETURN();
 }
 
 void RecognitionProcessManager::setAiType(void* in, int size) {
     AM_ENTER();
-    char command[] = "ai_service_set_aitype";
-    handleMessage(true, command, in, size);
+    Command command(proto::kCmdSetAiType);
+    handleMessage(true, command.text, in, size);
     AM_RETURN();
 }
 
@@ -419,8 +426,8 @@ int RecognitionProcessManager::loadModel() {
         AM_RETURN_VAL(3);
         return 3;
     }
-    char command[] = "ai_service_load_model";
-    int ret = handleMessage(false, command, nullptr, 0);
+    Command command(proto::kCmdLoadModel);
+    int ret = handleMessage(false, command.text, nullptr, 0);
     m_modelLoaded = (ret == 0);
     AM_RETURN_VAL(ret);
     return ret;
@@ -433,8 +440,8 @@ int RecognitionProcessManager::releaseModel() {
         return 0;
     }
     m_modelLoaded = false;
-    char command[] = "ai_service_release_model";
-    int ret = handleMessage(false, command, nullptr, 0);
+    Command command(proto::kCmdReleaseModel);
+    int ret = handleMessage(false, command.text, nullptr, 0);
     AM_RETURN_VAL(ret);
     return ret;
 }
@@ -447,8 +454,9 @@ int RecognitionProcessManager::isValidPicture(korvane::ai::PictureData* picture)
         return 1;
     }
     int32_t imageDetectResult = 0;
-    char command[] = "ai_service_image_predict";
-    int ret = handleMessage(false, command, &imageDetectResult, static_cast<int>(sizeof(imageDetectResult)));
+    Command command(proto::kCmdImagePredict);
+    int ret =
+        handleMessage(false, command.text, &imageDetectResult, static_cast<int>(sizeof(imageDetectResult)));
     if (ret != 0) {
         AM_LOGE("valid image detect failed. imageDetectResult: %d.\n", imageDetectResult);
         AM_RETURN_VAL(ret);
@@ -482,8 +490,8 @@ int RecognitionProcessManager::recognitionPicture(korvane::ai::PictureData* pict
     }
     unsigned char result[proto::kPredictResultSize];
     std::memset(result, 0, sizeof(result));
-    char command[] = "ai_service_predict";
-    ret = handleMessage(false, command, result, static_cast<int>(sizeof(result)));
+    Command command(proto::kCmdPredict);
+    ret = handleMessage(false, command.text, result, static_cast<int>(sizeof(result)));
     if (ret != 0) {
         AM_LOGE("ImagePredict failed. imagePredictResult: %d .\n", ret);
         AM_RETURN_VAL(ret);
@@ -504,8 +512,8 @@ int RecognitionProcessManager::recognitionPicture(korvane::ai::PictureData* pict
 
 int RecognitionProcessManager::stopAiService() {
     AM_ENTER();
-    char command[] = "ai_service_stop_ai_service";
-    int ret = handleMessage(false, command, nullptr, 0);
+    Command command(proto::kCmdStopAiService);
+    int ret = handleMessage(false, command.text, nullptr, 0);
     AM_RETURN_VAL(ret);
     return ret;
 }

@@ -43,7 +43,7 @@ private:
     void markSendThreadEnded();
 
     unsigned char* m_pShareMemory;
-    char m_sendMessage[40];
+    char m_sendMessage[ai_service_protocol::kMessageSize];
     std::atomic<bool> m_loopSendMessageQueue;
     OsalThread m_sendThread;
     pthread_mutex_t m_sendMutex;

@@ -3,57 +3,8 @@
 #include "aipq_log.h"
 #include "system_setting.h"
 
+using ai_service_protocol::kLabelCount;
 using telvo_ai_service::AiPQPredictLabel;
-
-namespace {
-
-constexpr int kLabelCount = 20;
-constexpr int kColorTunerFirstSelector = PQ_COLORTUNER_MAG;
-constexpr int kColorTunerStride = 4;
-
-const char* const kParameterTexts[PQ_SETTING_PARAMETERS_COUNT] = {
-    "brightness",
-    "contrast",
-    "saturation",
-    "sharpness",
-    "memc",
-    "nr",
-    "colortunerMag",
-    "colortunerMagB",
-    "colortunerMagS",
-    "colortunerMagH",
-    "colortunerRed",
-    "colortunerRedB",
-    "colortunerRedS",
-    "colortunerRedH",
-    "colortunerYlw",
-    "colortunerYlwB",
-    "colortunerYlwS",
-    "colortunerYlwH",
-    "colortunerGrn",
-    "colortunerGrnB",
-    "colortunerGrnS",
-    "colortunerGrnH",
-    "colortunerCyn",
-    "colortunerCynB",
-    "colortunerCynS",
-    "colortunerCynH",
-    "colortunerBlu",
-    "colortunerBluB",
-    "colortunerBluS",
-    "colortunerBluH",
-    "colortunerFlshTon",
-    "colortunerFlshTonB",
-    "colortunerFlshTonS",
-    "colortunerFlshTonH",
-};
-
-bool isColorTunerSelector(int position) {
-    return position >= kColorTunerFirstSelector &&
-           (position - kColorTunerFirstSelector) % kColorTunerStride == 0;
-}
-
-}  // namespace
 
 // clang-format off
 // brightness, contrast, saturation, sharpness, memc, nr, then for magenta, red, yellow, green, cyan,
@@ -86,7 +37,7 @@ std::string toStringVideoParameter(PQ_SETTING_PARAMETERS parameter) {
     if (static_cast<unsigned int>(parameter) >= static_cast<unsigned int>(PQ_SETTING_PARAMETERS_COUNT)) {
         return std::string();
     }
-    return std::string(kParameterTexts[parameter]);
+    return std::string(pq_row::kNames[parameter]);
 }
 
 SystemSettingManager::SystemSettingManager(std::shared_ptr<SystemSettingInterface> setting)
@@ -195,7 +146,7 @@ bool SystemSettingManager::getPQSettingOffset(AiPQPredictLabel label, std::map<s
     }
     const int* row = s_PQSettingTable[label];
     for (int p = 0; p < PQ_SETTING_PARAMETERS_COUNT; ++p) {
-        if (isColorTunerSelector(p)) {
+        if (pq_row::isColorTunerSelector(p)) {
             continue;
         }
         offsets.insert(std::make_pair(toStringVideoParameter(static_cast<PQ_SETTING_PARAMETERS>(p)), row[p]));

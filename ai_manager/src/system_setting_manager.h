@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ai_service_protocol.h"
+#include "pq_row.h"
 #include "system_setting_interface.h"
 
 // Positions of one PQ offset row.
@@ -45,11 +46,13 @@ enum PQ_SETTING_PARAMETERS : int32_t {
     PQ_COLORTUNER_FLSHTON_B,
     PQ_COLORTUNER_FLSHTON_S,
     PQ_COLORTUNER_FLSHTON_H,
-    PQ_SETTING_PARAMETERS_COUNT = 34,
+    PQ_SETTING_PARAMETERS_COUNT = pq_row::kSize,
 };
+static_assert(PQ_COLORTUNER_FLSHTON_H == pq_row::kSize - 1, "one enumerator per row position");
+static_assert(PQ_COLORTUNER_MAG == pq_row::kColorTunerFirst, "colour tuner starts the same");
 
 // Per-scene offsets, 20 rows of 34, indexed by the scene label.
-extern const int s_PQSettingTable[20][PQ_SETTING_PARAMETERS_COUNT];
+extern const int s_PQSettingTable[ai_service_protocol::kLabelCount][PQ_SETTING_PARAMETERS_COUNT];
 
 std::string toStringVideoParameter(PQ_SETTING_PARAMETERS parameter);
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "ai_service_protocol.h"
 #include "aipq_log.h"
 
 int str2int(const char* text, int fallback) {
@@ -68,8 +69,9 @@ int currentThread() {
 
 void initPictureData(korvane::ai::PictureData& picture) {
     picture.buffer = nullptr;
-    picture.width = 224;
-    picture.height = 224;
+    // The size the AI service's payload holds.
+    picture.width = ai_service_protocol::kPictureWidth;
+    picture.height = ai_service_protocol::kPictureHeight;
     picture.colorMode = korvane::ai::COLOR_MODE_RGB888;
     picture.reserved = 0;
 }

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "ai_service_protocol.h"
 #include "capture_files/capture_files_plugin.h"
 #include "dbg_log.h"
 #include "osal.h"
@@ -33,28 +34,17 @@
 
 namespace {
 
-// The AI service's segment: the picture goes to the payload, after the 24-byte header.
-constexpr int kShmKey = 72314;
-constexpr size_t kShmSize = 150552;
-constexpr size_t kPayloadOffset = 24;
-constexpr int kWidth = 224;
-constexpr int kHeight = 224;
-constexpr size_t kPictureBytes = static_cast<size_t>(kWidth) * kHeight * 3;
+namespace proto = ai_service_protocol;
+
+constexpr int kWidth = proto::kPictureWidth;
+constexpr int kHeight = proto::kPictureHeight;
+constexpr size_t kPictureBytes = proto::kPictureBytes;
 constexpr int kSyntheticScenes = 4;
 const char* const kSyntheticNames[kSyntheticScenes] = {"sky", "grass", "snow", "cartoon"};
 constexpr size_t kTextSize = 512;
 
 static_assert(AIPQ_CAPTURE_FILES_WIDTH == kWidth && AIPQ_CAPTURE_FILES_HEIGHT == kHeight,
               "the plug-in delivers the picture size the AI service reads");
-
-uint64_t digest(const uint8_t* data, size_t size) {
-    uint64_t hash = 1469598103934665603ULL;  // FNV-1a, as the AI service prints it
-    for (size_t i = 0; i < size; ++i) {
-        hash ^= data[i];
-        hash *= 1099511628211ULL;
-    }
-    return hash;
-}
 
 // Small deterministic noise source so the built-in scenes come out the same on every run.
 struct Lcg {
@@ -313,11 +303,11 @@ bool PictureCapture::Impl::grab() {
 
 void PictureCapture::Impl::publish() {
     // Created here as well, so that capture works whichever side comes up first.
-    int id = shmget(kShmKey, kShmSize, IPC_CREAT | 0666);
+    int id = shmget(proto::kShmKey, proto::kShmSize, proto::kShmFlags);
     if (id < 0) {
         if (!shmFailureLogged) {
-            PC_LOGE("shmget of key %d failed: %s(%d); the AI service will not see the pictures.\n", kShmKey,
-                    strerror(errno), errno);
+            PC_LOGE("shmget of key %d failed: %s(%d); the AI service will not see the pictures.\n",
+                    proto::kShmKey, strerror(errno), errno);
             shmFailureLogged = true;
         }
         return;
@@ -326,11 +316,11 @@ void PictureCapture::Impl::publish() {
     // second standing mapping would count them twice in the daemon's resident set.
     void* addr = shmat(id, nullptr, 0);
     if (addr == reinterpret_cast<void*>(-1)) {
-        PC_LOGE("shmat of key %d failed: %s(%d).\n", kShmKey, strerror(errno), errno);
+        PC_LOGE("shmat of key %d failed: %s(%d).\n", proto::kShmKey, strerror(errno), errno);
         return;
     }
     shmFailureLogged = false;
-    std::memcpy(static_cast<uint8_t*>(addr) + kPayloadOffset, buffer.data(), kPictureBytes);
+    std::memcpy(static_cast<uint8_t*>(addr) + proto::kPayloadOffset, buffer.data(), kPictureBytes);
     shmdt(addr);
 }
 
@@ -369,7 +359,7 @@ bool PictureCapture::getPicture(bool /*sync*/, korvane::ai::PictureData* picture
     m_impl->publish();
     ++m_impl->captures;
     PC_LOGD("picture %u captured, %016llx.\n", m_impl->captures,
-            static_cast<unsigned long long>(digest(m_impl->buffer.data(), kPictureBytes)));
+            static_cast<unsigned long long>(proto::pictureDigest(m_impl->buffer.data(), kPictureBytes)));
     picture->buffer = m_impl->buffer.data();
     picture->width = kWidth;
     picture->height = kHeight;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "dbg_log.h"
+#include "pq_row.h"
 #include "system_setting.h"
 #include "tv_state_dir.h"
 
@@ -13,9 +14,7 @@
 
 namespace {
 
-constexpr size_t kPQRowSize = 34;
-const char* const kPQParametersKey = "pq_parameters";
-const char* const kPQHistoryKey = "pq_history";
+constexpr size_t kPQRowSize = pq_row::kSize;
 const char* const kColorTunerFamilyKey = "video_color_tuner_family";
 
 // The atomic writer names its temporary file after the process, so two threads writing the same
@@ -108,13 +107,13 @@ int SystemSetting::setVideoPQParameters(std::vector<int>& offsets) {
     const std::string line = joinRow(offsets);
     std::lock_guard<std::mutex> lock(settingMutex());
     // State file first, so that a row that could not be applied leaves no history line.
-    if (!host::writeTvFileAtomic(kPQParametersKey, line)) {
-        DBG_LOG(DBG_LEVEL_ERROR, SETTING_TAG, "cannot write %s in %s: %s.\n", kPQParametersKey,
+    if (!host::writeTvFileAtomic(host::tvfile::kPqParameters, line)) {
+        DBG_LOG(DBG_LEVEL_ERROR, SETTING_TAG, "cannot write %s in %s: %s.\n", host::tvfile::kPqParameters,
                 host::tvStateDir().c_str(), std::strerror(errno));
         return -1;
     }
-    if (!host::appendTvFile(kPQHistoryKey, line)) {
-        DBG_LOG(DBG_LEVEL_ERROR, SETTING_TAG, "cannot append to %s in %s: %s.\n", kPQHistoryKey,
+    if (!host::appendTvFile(host::tvfile::kPqHistory, line)) {
+        DBG_LOG(DBG_LEVEL_ERROR, SETTING_TAG, "cannot append to %s in %s: %s.\n", host::tvfile::kPqHistory,
                 host::tvStateDir().c_str(), std::strerror(errno));
         return -1;
     }

@@ -96,7 +96,7 @@ int32_t CommandHandler::handle(const char* message, size_t length, uint8_t* payl
         return proto::kStateFailed;
     }
     if (!m_initialised) {
-        AS_LOGN("%s before ai_service_init_ai_service: answering -2.\n", command.c_str());
+        AS_LOGN("%s before %s: answering -2.\n", command.c_str(), proto::kCmdInitAiService);
         return proto::kStateNotInit;
     }
 
@@ -128,7 +128,7 @@ int32_t CommandHandler::handle(const char* message, size_t length, uint8_t* payl
         return proto::kStateDone;
     }
     if (m_classifier == nullptr) {
-        AS_LOGN("%s before ai_service_load_model: answering -3.\n", command.c_str());
+        AS_LOGN("%s before %s: answering -3.\n", command.c_str(), proto::kCmdLoadModel);
         return proto::kStateNoModel;
     }
     return command == proto::kCmdPredict ? predict(payload) : imagePredict(payload);
@@ -168,7 +168,7 @@ int32_t CommandHandler::loadModel() {
 
 void CommandHandler::preparePicture(uint8_t* payload, const char* command) {
     bool restored = m_guard.restore(payload);
-    m_lastDigest = pictureDigest(payload, kPictureBytes);
+    m_lastDigest = proto::pictureDigest(payload, kPictureBytes);
     AS_LOGD("%s: picture %016llx%s.\n", command, static_cast<unsigned long long>(m_lastDigest),
             restored ? " (first bytes restored after the configuration exchange)" : "");
 }

@@ -9,12 +9,7 @@ namespace ai_service {
 namespace {
 
 constexpr int kLabelCount = kSceneLabelCount;
-
-const char* const kLabelTexts[kLabelCount] = {
-    "Cartoon", "Soccerball", "Sunflowers",  "Sky",       "Daisy",    "Fruite",  "Tree",
-    "Tulips",  "Cat",        "Performance", "Dandelion", "Building", "Food",    "Dog",
-    "Roses",   "Grassland",  "Face",        "Snow",      "Indoor",   "Invalid",
-};
+using ai_service_protocol::kLabelTexts;
 
 std::string trimmedLower(const std::string& text) {
     size_t begin = 0;
@@ -103,15 +98,6 @@ Predictions topPredictions(const float* scoreByLabel) {
         out[i].confidence = std::isfinite(s) ? std::min(1.0f, std::max(0.0f, s)) : 0.0f;
     }
     return out;
-}
-
-uint64_t pictureDigest(const uint8_t* data, size_t size) {
-    uint64_t hash = 1469598103934665603ULL;  // FNV-1a
-    for (size_t i = 0; i < size; ++i) {
-        hash ^= data[i];
-        hash *= 1099511628211ULL;
-    }
-    return hash;
 }
 
 }  // namespace ai_service

@@ -10,15 +10,15 @@
 
 namespace ai_service {
 
-constexpr int kPictureWidth = ai_service_protocol::kPictureWidth;
-constexpr int kPictureHeight = ai_service_protocol::kPictureHeight;
-constexpr size_t kPictureBytes = static_cast<size_t>(kPictureWidth) * kPictureHeight * 3;
+using ai_service_protocol::kPictureBytes;
+using ai_service_protocol::kPictureHeight;
+using ai_service_protocol::kPictureWidth;
 constexpr int kRecordCount = ai_service_protocol::kPredictRecordCount;
-constexpr int kSceneLabelCount = 20;  // Cartoon .. Invalid
+constexpr int kSceneLabelCount = ai_service_protocol::kLabelCount;
 
 using Predictions = std::array<telvo_ai_service::TelvoAiPQPredict, kRecordCount>;
 
-// What "ai_service_image_predict" reports for a picture.
+// What the image check (ai_service_protocol::kCmdImagePredict) reports for a picture.
 enum class Usability : int32_t {
     Usable = 0,
     Dark = 1,     // black or nearly so
@@ -46,9 +46,6 @@ const char* labelText(int label);
 // scoreByLabel holds kSceneLabelCount scores indexed by label value. Sorts by confidence (then label value,
 // for a stable order) and keeps the first five; fills up with labels not yet present at confidence 0.
 Predictions topPredictions(const float* scoreByLabel);
-
-// Fingerprint of a whole picture for logs: the capture side prints the same one.
-uint64_t pictureDigest(const uint8_t* data, size_t size);
 
 }  // namespace ai_service
 

@@ -68,27 +68,31 @@ bool parseInt(const std::string& text, long* value) {
     return true;
 }
 
+constexpr const char* kOptionsText =
+    "\n"
+    "  --answer CMD=STATE  answer command CMD with STATE (0, -1, -2, -3, ...) without handling\n"
+    "                      it; repeatable\n"
+    "  --delay-ms N        wait N ms before each answer (scaled by AIPQ_TIME_SCALE)\n"
+    "  --no-answer         receive commands but never answer\n"
+    "  --exit-after N      end after N received commands\n"
+    "  --trace FILE        append \"<monotonic seconds.micros> <command>\" per received command\n"
+    "  --record FILE       append every received message as its raw bytes\n"
+    "  --help              this text\n"
+    "\n"
+    "Model: \"builtin:reference\" (default) or an .onnx file named by the client's model\n"
+    "configuration (RECOGNITION_MODEL_PATH / RECOGNITION_LABEL_PATH on the daemon's side).\n"
+    "The segment and the queue are created when missing and left in place on exit: the\n"
+    "daemon owns the queue's name, and the segment outlives both processes.\n";
+
 }  // namespace
 
 const char* usageText() {
-    return "usage: ai_service [OPTIONS]\n"
-           "Reference AI service: answers ai_manager's commands on the message queue\n"
-           "\"/ai_service_message_queue\" through the shared memory segment with key 72314.\n"
-           "Runs until \"ai_service_stop_ai_service\", SIGTERM or SIGINT.\n"
-           "\n"
-           "  --answer CMD=STATE  answer command CMD with STATE (0, -1, -2, -3, ...) without handling\n"
-           "                      it; repeatable\n"
-           "  --delay-ms N        wait N ms before each answer (scaled by AIPQ_TIME_SCALE)\n"
-           "  --no-answer         receive commands but never answer\n"
-           "  --exit-after N      end after N received commands\n"
-           "  --trace FILE        append \"<monotonic seconds.micros> <command>\" per received command\n"
-           "  --record FILE       append every received message as its raw bytes\n"
-           "  --help              this text\n"
-           "\n"
-           "Model: \"builtin:reference\" (default) or an .onnx file named by the client's model\n"
-           "configuration (RECOGNITION_MODEL_PATH / RECOGNITION_LABEL_PATH on the daemon's side).\n"
-           "The segment and the queue are created when missing and left in place on exit: the\n"
-           "daemon owns the queue's name, and the segment outlives both processes.\n";
+    static const std::string text =
+        std::string("usage: ai_service [OPTIONS]\n") +
+        "Reference AI service: answers ai_manager's commands on the message queue\n\"" + proto::kQueueName +
+        "\" through the shared memory segment with key " + std::to_string(proto::kShmKey) + ".\n" +
+        "Runs until \"" + proto::kCmdStopAiService + "\", SIGTERM or SIGINT.\n" + kOptionsText;
+    return text.c_str();
 }
 
 bool parseOptions(int argc, char** argv, Options* options, bool* help, std::string* message) {
@@ -188,7 +192,7 @@ ServiceRunner::~ServiceRunner() {
 }
 
 bool ServiceRunner::attachSegment() {
-    int id = shmget(proto::kShmKey, proto::kShmSize, IPC_CREAT | 0666);
+    int id = shmget(proto::kShmKey, proto::kShmSize, proto::kShmFlags);
     if (id < 0) {
         int error = errno;
         AS_LOGE("shmget of key %d, %d bytes failed: %s(%d).\n", proto::kShmKey, proto::kShmSize,
@@ -367,7 +371,7 @@ int ServiceRunner::run() {
         if (n >= 0) {
             serve(buffer.data(), static_cast<size_t>(n));
             if (m_handler.stopRequested()) {
-                AS_LOGN("stopped by ai_service_stop_ai_service.\n");
+                AS_LOGN("stopped by %s.\n", proto::kCmdStopAiService);
                 return 0;
             }
             if (m_options.exitAfter > 0 && m_commands >= m_options.exitAfter) {

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "system_setting_manager.h"
+#include "pq_row.h"
 #include "tv_state_dir.h"
 
 namespace {
@@ -21,9 +21,6 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
-
-// Written by the host setting client: the offset row last applied, 34 integers on one line.
-const char* const kPqParametersKey = "pq_parameters";
 
 const std::vector<std::pair<std::string, int>> kPresetWatching = {
     {host::tvkey::kAipqSupported, 1},
@@ -165,9 +162,9 @@ bool parseOffsets(const std::string& text, std::vector<int>* offsets, std::strin
         }
         offsets->push_back(value);
     }
-    if (offsets->size() != PQ_SETTING_PARAMETERS_COUNT) {
-        *problem = "holds " + std::to_string(offsets->size()) + " values, expected " +
-                   std::to_string(static_cast<int>(PQ_SETTING_PARAMETERS_COUNT));
+    if (offsets->size() != static_cast<size_t>(pq_row::kSize)) {
+        *problem =
+            "holds " + std::to_string(offsets->size()) + " values, expected " + std::to_string(pq_row::kSize);
         return false;
     }
     return true;
@@ -182,21 +179,20 @@ int cmdShow(int argc) {
         std::printf("  %-22s %s\n", key.c_str(), describe(key).c_str());
     }
 
-    std::string path = host::tvStatePath(kPqParametersKey);
+    std::string path = host::tvStatePath(host::tvfile::kPqParameters);
     if (access(path.c_str(), F_OK) != 0) {
         std::printf("PQ offsets in force: (none applied yet)\n");
         return kExitOk;
     }
     std::vector<int> offsets;
     std::string problem;
-    if (!parseOffsets(host::readTvText(kPqParametersKey), &offsets, &problem)) {
+    if (!parseOffsets(host::readTvText(host::tvfile::kPqParameters), &offsets, &problem)) {
         std::printf("PQ offsets in force: malformed %s: %s\n", path.c_str(), problem.c_str());
         return kExitOk;
     }
     std::printf("PQ offsets in force:\n");
-    for (int i = 0; i < PQ_SETTING_PARAMETERS_COUNT; ++i) {
-        std::string name = toStringVideoParameter(static_cast<PQ_SETTING_PARAMETERS>(i));
-        std::printf("  %-22s %d\n", name.c_str(), offsets[static_cast<size_t>(i)]);
+    for (int i = 0; i < pq_row::kSize; ++i) {
+        std::printf("  %-22s %d\n", pq_row::kNames[i], offsets[static_cast<size_t>(i)]);
     }
     return kExitOk;
 }

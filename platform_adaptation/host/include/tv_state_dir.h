@@ -23,6 +23,13 @@ constexpr const char* kGameMode = "game_mode";
 constexpr const char* kPowerState = "power_state";
 }  // namespace tvkey
 
+// Files the host setting client writes: the PQ row last applied, 34 integers on one line, and
+// one such line per row ever applied.
+namespace tvfile {
+constexpr const char* kPqParameters = "pq_parameters";
+constexpr const char* kPqHistory = "pq_history";
+}  // namespace tvfile
+
 // Every key above, in that order.
 const std::vector<std::string>& tvStateKeys();
 

@@ -1,11 +1,12 @@
-#ifndef AI_MANAGER_AI_SERVICE_PROTOCOL_H
-#define AI_MANAGER_AI_SERVICE_PROTOCOL_H
+#ifndef AIPQ_PROTOCOL_AI_SERVICE_PROTOCOL_H
+#define AIPQ_PROTOCOL_AI_SERVICE_PROTOCOL_H
 
 #include <cstddef>
 #include <cstdint>
 
 // The wire between ai_manager and the AI service process: a System V segment with a request
 // header and one picture-sized payload, and a POSIX queue carrying one command string a request.
+// The daemon, the capture that fills the payload and the service all take it from here.
 
 namespace telvo_ai_service {
 
@@ -62,16 +63,28 @@ static_assert(offsetof(AiServiceModelConfig, number_of_threads) == 804, "layout"
 
 namespace ai_service_protocol {
 
+constexpr int kLabelCount = telvo_ai_service::Invalid + 1;
+// By label value: what both ends print, and how a model's labels file names its outputs.
+inline constexpr const char* kLabelTexts[kLabelCount] = {
+    "Cartoon", "Soccerball", "Sunflowers",  "Sky",       "Daisy",    "Fruite",  "Tree",
+    "Tulips",  "Cat",        "Performance", "Dandelion", "Building", "Food",    "Dog",
+    "Roses",   "Grassland",  "Face",        "Snow",      "Indoor",   "Invalid",
+};
+
+// The picture in the payload: 224 x 224, 3 bytes a pixel, red-green-blue, rows packed.
+constexpr int kPictureWidth = 224;
+constexpr int kPictureHeight = 224;
+constexpr size_t kPictureBytes = static_cast<size_t>(kPictureWidth) * kPictureHeight * 3;
+
 constexpr int kShmKey = 72314;
-constexpr int kShmSize = 150552;
 constexpr int kShmFlags = 950;  // IPC_CREAT | 0666
 constexpr int kHeaderSizeOffset = 0;
 constexpr int kHeaderStateOffset = 4;
 constexpr int kHeaderReservedOffset = 8;
 constexpr int kPayloadOffset = 24;
-constexpr int kPayloadSize = 150528;  // 224 x 224 x 3
-constexpr int kPictureWidth = 224;
-constexpr int kPictureHeight = 224;
+constexpr int kPayloadSize = static_cast<int>(kPictureBytes);
+constexpr int kShmSize = kPayloadOffset + kPayloadSize;
+static_assert(kShmSize == 150552, "segment size both ends were built with");
 
 constexpr const char* kQueueName = "/ai_service_message_queue";
 constexpr int kQueueMaxMessages = 5;
@@ -84,10 +97,14 @@ constexpr int32_t kStateFailed = -1;
 constexpr int32_t kStateNotInit = -2;
 constexpr int32_t kStateNoModel = -3;
 
-constexpr int kModelConfigSize = 832;
+// Results, at the start of the payload.
+constexpr int kModelConfigSize = static_cast<int>(sizeof(telvo_ai_service::AiServiceModelConfig));
 constexpr int kPredictResultSize = 48;
-constexpr int kPredictRecordsOffset = 4;  // within the predict result
+constexpr int kPredictRecordsOffset = 4;  // after the record count
 constexpr int kPredictRecordCount = 5;
+static_assert(kPredictRecordsOffset + kPredictRecordCount * sizeof(telvo_ai_service::TelvoAiPQPredict) <=
+                  kPredictResultSize,
+              "prediction records fit the result");
 
 constexpr const char* kCmdInitAiService = "ai_service_init_ai_service";
 constexpr const char* kCmdGetModelConfig = "ai_service_get_model_config";
@@ -99,7 +116,16 @@ constexpr const char* kCmdImagePredict = "ai_service_image_predict";
 constexpr const char* kCmdPredict = "ai_service_predict";
 constexpr const char* kCmdStopAiService = "ai_service_stop_ai_service";
 
-static_assert(kPayloadOffset + kPayloadSize == kShmSize, "segment = header + payload");
+// Fingerprint of a picture (64-bit FNV-1a) that the capture and the service both log, so a
+// frame can be followed from one log to the other.
+inline uint64_t pictureDigest(const uint8_t* data, size_t size) {
+    uint64_t hash = 0xcbf29ce484222325ULL;
+    for (size_t i = 0; i < size; ++i) {
+        hash ^= data[i];
+        hash *= 0x100000001b3ULL;
+    }
+    return hash;
+}
 
 }  // namespace ai_service_protocol
 

@@ -101,9 +101,7 @@ int32_t CommandHandler::handle(const char* message, size_t length, uint8_t* payl
     }
 
     if (command == proto::kCmdGetModelConfig) {
-        m_guard.beforeServiceWrite(payload);
-        std::memcpy(payload, &m_config, sizeof(m_config));
-        m_guard.afterServiceWrite(payload);
+        m_guard.write(payload, &m_config, sizeof(m_config));
         return proto::kStateDone;
     }
     if (command == proto::kCmdSetModelConfig) {
@@ -176,9 +174,7 @@ void CommandHandler::preparePicture(uint8_t* payload, const char* command) {
 int32_t CommandHandler::imagePredict(uint8_t* payload) {
     preparePicture(payload, proto::kCmdImagePredict);
     int32_t result = static_cast<int32_t>(assessPicture(payload));
-    m_guard.beforeServiceWrite(payload);
-    std::memcpy(payload, &result, sizeof(result));
-    m_guard.afterServiceWrite(payload);
+    m_guard.write(payload, &result, sizeof(result));
     return proto::kStateDone;
 }
 
@@ -196,9 +192,7 @@ int32_t CommandHandler::predict(uint8_t* payload) {
     int32_t count = kRecordCount;
     std::memcpy(result, &count, sizeof(count));
     std::memcpy(result + proto::kPredictRecordsOffset, predictions.data(), sizeof(predictions));
-    m_guard.beforeServiceWrite(payload);
-    std::memcpy(payload, result, sizeof(result));
-    m_guard.afterServiceWrite(payload);
+    m_guard.write(payload, result, sizeof(result));
     return proto::kStateDone;
 }
 

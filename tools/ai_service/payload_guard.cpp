@@ -4,15 +4,13 @@
 
 namespace ai_service {
 
-void PayloadGuard::beforeServiceWrite(const uint8_t* payload) {
+void PayloadGuard::write(uint8_t* payload, const void* record, size_t size) {
     // While the head is still what we left there, the picture under it is the one saved before.
     if (!m_active || std::memcmp(payload, m_expected, kHeadSize) != 0) {
         std::memcpy(m_saved, payload, kHeadSize);
     }
     m_active = true;
-}
-
-void PayloadGuard::afterServiceWrite(const uint8_t* payload) {
+    std::memcpy(payload, record, size < kHeadSize ? size : kHeadSize);
     std::memcpy(m_expected, payload, kHeadSize);
 }
 

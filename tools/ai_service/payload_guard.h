@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "ai_service_protocol.h"
+
 namespace ai_service {
 
 // The picture and the small request/result records share the payload. The capture writes the
@@ -12,15 +14,14 @@ namespace ai_service {
 // first bytes when the prediction is asked for. The guard keeps the picture's head from before
 // the service's first write over it, follows what the exchange leaves there, and puts the head
 // back when, at prediction time, the payload still holds exactly that: otherwise a new picture
-// has arrived and is used as it is.
+// has arrived and is used as it is. The service writes its records only through the guard.
 class PayloadGuard {
 public:
-    static constexpr size_t kHeadSize = 832;
+    // The largest record either side writes over the picture.
+    static constexpr size_t kHeadSize = ai_service_protocol::kModelConfigSize;
 
-    // Before the service writes its own record over the head.
-    void beforeServiceWrite(const uint8_t* payload);
-    // After the service wrote its record.
-    void afterServiceWrite(const uint8_t* payload);
+    // Writes the service's own record of `size` bytes (at most kHeadSize) to the payload's start.
+    void write(uint8_t* payload, const void* record, size_t size);
     // A whole configuration record arrived from the client; `followsGet` when the request just
     // before it was the read of the configuration, i.e. nothing else can have come in between.
     void afterClientRecord(const uint8_t* payload, bool followsGet);

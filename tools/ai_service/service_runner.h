@@ -7,26 +7,12 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <string>
 
 #include "command_handler.h"
+#include "service_options.h"
 
 namespace ai_service {
-
-struct Options {
-    std::map<std::string, int32_t> answers;  // command -> state to answer instead of handling it
-    int delayMs = 0;
-    bool noAnswer = false;
-    long exitAfter = -1;  // commands, < 0: never
-    std::string traceFile;
-    std::string recordFile;
-};
-
-// Parses the command line; false with a message for the user on a bad option. `help` is set for
-// --help.
-bool parseOptions(int argc, char** argv, Options* options, bool* help, std::string* message);
-const char* usageText();
 
 // The service's side of the channel: the segment, the queue (followed across client restarts)
 // and the loop that answers each command.

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "dfb_entry.h"
+#include "dfb_utils.h"
 #include "graphic_context.h"
 #include "overlay_log.h"
 #include "stage_aipq.h"
@@ -19,6 +20,10 @@ std::shared_ptr<AIPQDisplay> AIPQDisplay::create() {
     OVL_TRACE();
     if (dfbInit(nullptr, nullptr) != DFB_OK) {
         OVL_LOGE("Failed to Init DFB.\n");
+        return std::shared_ptr<AIPQDisplay>();
+    }
+    // Where DirectFB cannot start the answer stays the same; it was logged when first found out.
+    if (!dfbAvailable()) {
         return std::shared_ptr<AIPQDisplay>();
     }
 

@@ -1,13 +1,21 @@
 #include "dfb_utils.h"
 
+#include <limits.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <mutex>
+#include <string>
+#include <vector>
+
+extern char** environ;
 
 namespace korvane {
 
@@ -15,66 +23,106 @@ namespace {
 
 std::mutex g_dfbMutex;
 IDirectFB* g_dfb = nullptr;
+enum class Availability { Unknown, Yes, No };
+Availability g_availability = Availability::Unknown;
 
+const char* const kProbeName = "aipq_dfb_probe";
 constexpr int kProbePollMs = 10;
-constexpr int kProbeTimeoutMs = 10000;
+constexpr int kProbeTimeoutMs = 5000;
 
-// When its system cannot start (no X display, no frame buffer) DirectFB's failed start-up tears
-// down under its own dispatcher thread, which then crashes the process. So the first start is
-// tried in a throw-away child, and this process follows only when the child came up.
-bool dfbCanStart() {
-    pid_t pid = fork();
-    if (pid < 0) {
-        OVL_LOGE("Cannot start the DirectFB probe: %s\n", strerror(errno));
-        return false;
-    }
-    if (pid == 0) {
-        IDirectFB* dfb = nullptr;
-        if (dfbCreate(&dfb) != DFB_OK || dfb == nullptr) {
-            _exit(1);
+// Beside this program, or in bin/ beside the directory of a test program.
+std::string findProbe(std::string* dir) {
+    char self[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    self[n > 0 ? n : 0] = '\0';
+    const char* slash = std::strrchr(self, '/');
+    *dir = slash != nullptr ? std::string(self, static_cast<size_t>(slash - self)) : std::string(".");
+    for (const std::string& path : {*dir + "/" + kProbeName, *dir + "/../bin/" + kProbeName}) {
+        if (access(path.c_str(), X_OK) == 0) {
+            return path;
         }
-        // A proper shutdown: the x11 system leaves its shared-memory images behind otherwise.
-        dfb->Release(dfb);
-        _exit(0);
     }
+    return std::string();
+}
 
+// Why DirectFB cannot start here; empty when it can. A DirectFB that cannot start (no X display,
+// no frame buffer) crashes its process from its own dispatcher thread, and which system it picks,
+// needing what, depends on its settings and on the modules it finds: only trying tells. So a probe
+// program tries, spawned rather than forked, so that nothing of this threaded process is copied.
+std::string probeDFB() {
+    std::string dir;
+    const std::string probe = findProbe(&dir);
+    if (probe.empty()) {
+        return std::string(kProbeName) + " not found in " + dir + " or " + dir + "/../bin";
+    }
+    // This process's command line, so that DirectFB reads the same settings in the probe.
+    std::ifstream in("/proc/self/cmdline", std::ios::binary);
+    std::string cmdline((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (cmdline.empty()) {
+        cmdline = probe;
+    }
+    cmdline.push_back('\0');
+    std::vector<char*> argv;
+    for (size_t at = 0; at < cmdline.size(); at = cmdline.find('\0', at) + 1) {
+        argv.push_back(&cmdline[at]);
+    }
+    argv.push_back(nullptr);
+
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, probe.c_str(), nullptr, nullptr, argv.data(), environ);
+    if (rc != 0) {
+        return "cannot start " + probe + ": " + strerror(rc);
+    }
     int status = 0;
     for (int waited = 0;; waited += kProbePollMs) {
-        pid_t done = waitpid(pid, &status, WNOHANG);
+        const pid_t done = waitpid(pid, &status, WNOHANG);
         if (done == pid) {
             break;
         }
         if (done < 0 && errno != EINTR) {
-            OVL_LOGE("Lost the DirectFB probe: %s\n", strerror(errno));
-            return false;
+            return std::string("lost the probe: ") + strerror(errno);
         }
         if (waited >= kProbeTimeoutMs) {
             kill(pid, SIGKILL);
             waitpid(pid, &status, 0);
-            OVL_LOGE("DirectFB probe hung for %d ms\n", kProbeTimeoutMs);
-            return false;
+            return "probe hung for " + std::to_string(kProbeTimeoutMs) + " ms";
         }
         usleep(kProbePollMs * 1000);
     }
-
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-        return true;
+        return std::string();
     }
-    if (WIFSIGNALED(status)) {
-        OVL_LOGE("DirectFB cannot start here: probe died of signal %d\n", WTERMSIG(status));
-    } else {
-        OVL_LOGE("DirectFB cannot start here: probe exit status %d\n", WEXITSTATUS(status));
+    return WIFSIGNALED(status) ? "probe died of signal " + std::to_string(WTERMSIG(status))
+                               : "probe exit status " + std::to_string(WEXITSTATUS(status));
+}
+
+// Asked once per process and the answer kept, so that an overlay that cannot be shown is not tried
+// (and logged) again on every cycle.
+bool availableLocked() {
+    if (g_availability == Availability::Unknown) {
+        const std::string why = probeDFB();
+        g_availability = why.empty() ? Availability::Yes : Availability::No;
+        if (why.empty()) {
+            OVL_LOGD("DirectFB can start here\n");
+        } else {
+            OVL_LOGE("DirectFB cannot start here (%s): no overlay\n", why.c_str());
+        }
     }
-    return false;
+    return g_availability == Availability::Yes;
 }
 
 }  // namespace
 
+bool dfbAvailable() {
+    std::lock_guard<std::mutex> lock(g_dfbMutex);
+    return availableLocked();
+}
+
 IDirectFB* getDFB() {
     std::lock_guard<std::mutex> lock(g_dfbMutex);
-    if (g_dfb == nullptr) {
+    if (g_dfb == nullptr && availableLocked()) {
         IDirectFB* dfb = nullptr;
-        if (!dfbCanStart() || dfbCreate(&dfb) != DFB_OK || dfb == nullptr) {
+        if (dfbCreate(&dfb) != DFB_OK || dfb == nullptr) {
             OVL_LOGE("Failed to create DFB handle.\n");
             return nullptr;
         }

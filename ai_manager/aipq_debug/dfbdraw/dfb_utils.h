@@ -18,6 +18,10 @@
 
 namespace korvane {
 
+// Whether DirectFB can start in this process. Found out once, by a separate probe program
+// (aipq_dfb_probe, beside this program), and kept: the answer is logged that once.
+bool dfbAvailable();
+
 // The process-wide root interface, created on first use and kept for the life of the process.
 // Null when DirectFB cannot start here (no display, no frame buffer).
 IDirectFB* getDFB();

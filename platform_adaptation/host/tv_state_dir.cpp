@@ -9,8 +9,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 namespace host {
 
@@ -44,25 +42,76 @@ bool ensureTvStateDir() {
     return true;
 }
 
-std::string readTvText(const std::string& key) {
-    std::ifstream in(tvStatePath(key));
-    if (!in) {
-        return std::string();
+namespace {
+
+// Longer than any int with its sign, spaces and newline: a file that fills this holds no integer.
+constexpr size_t kIntTextMax = 32;
+constexpr size_t kTextMax = 64 * 1024;
+
+// Anyone may put anything in the directory: a FIFO must not block the open, a device or a huge
+// file must not be read, so open without blocking and keep only regular files.
+int openRegular(const std::string& key, ReadStatus* status) {
+    int fd = ::open(tvStatePath(key).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        *status = (errno == ENOENT || errno == ENOTDIR) ? ReadStatus::Missing : ReadStatus::Unreadable;
+        return -1;
     }
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        *status = ReadStatus::Unreadable;
+        return -1;
+    }
+    *status = ReadStatus::Ok;
+    return fd;
+}
+
+// Up to `max` bytes from the start of the file.
+std::string readUpTo(int fd, size_t max) {
+    std::string text(max, '\0');
+    size_t got = 0;
+    while (got < max) {
+        ssize_t n = ::read(fd, &text[got], max - got);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            break;
+        }
+        got += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    text.resize(got);
+    return text;
+}
+
+}  // namespace
+
+const char* readProblem(ReadStatus status) {
+    switch (status) {
+        case ReadStatus::Garbage:
+            return "holds no integer";
+        case ReadStatus::Unreadable:
+            return "is not a readable regular file";
+        default:
+            return "";
+    }
+}
+
+std::string readTvText(const std::string& key) {
+    ReadStatus status = ReadStatus::Ok;
+    int fd = openRegular(key, &status);
+    return fd < 0 ? std::string() : readUpTo(fd, kTextMax);
 }
 
 int readTvInt(const std::string& key, ReadStatus* status) {
-    std::ifstream in(tvStatePath(key));
-    if (!in) {
-        if (status != nullptr) {
-            *status = ReadStatus::Missing;
-        }
+    ReadStatus ignored = ReadStatus::Ok;
+    status = status != nullptr ? status : &ignored;
+    int fd = openRegular(key, status);
+    if (fd < 0) {
         return 0;
     }
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text = readUpTo(fd, kIntTextMax);
     size_t begin = 0;
     size_t end = text.size();
     while (begin < end && std::isspace(static_cast<unsigned char>(text[begin]))) {
@@ -75,17 +124,33 @@ int readTvInt(const std::string& key, ReadStatus* status) {
     errno = 0;
     char* stop = nullptr;
     long value = trimmed.empty() ? 0 : std::strtol(trimmed.c_str(), &stop, 10);
-    if (trimmed.empty() || stop == nullptr || *stop != '\0' || errno == ERANGE || value < INT_MIN ||
-        value > INT_MAX) {
-        if (status != nullptr) {
-            *status = ReadStatus::Garbage;
-        }
+    // strtol stops at a NUL, so the whole text must have been consumed, not just its C string.
+    if (text.size() == kIntTextMax || trimmed.empty() || stop != trimmed.c_str() + trimmed.size() ||
+        errno == ERANGE || value < INT_MIN || value > INT_MAX) {
+        *status = ReadStatus::Garbage;
         return 0;
     }
-    if (status != nullptr) {
-        *status = ReadStatus::Ok;
-    }
     return static_cast<int>(value);
+}
+
+std::string tvEntryProblem(const std::string& key) {
+    struct stat st {};
+    if (::lstat(tvStatePath(key).c_str(), &st) != 0 || S_ISREG(st.st_mode)) {
+        return std::string();
+    }
+    switch (st.st_mode & S_IFMT) {
+        case S_IFDIR:
+            return "is a directory";
+        case S_IFIFO:
+            return "is a FIFO";
+        case S_IFCHR:
+        case S_IFBLK:
+            return "is a device";
+        case S_IFLNK:
+            return "is a symbolic link";
+        default:
+            return "is not a regular file";
+    }
 }
 
 bool writeTvFileAtomic(const std::string& key, const std::string& content) {

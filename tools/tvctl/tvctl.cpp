@@ -90,6 +90,16 @@ bool parseInt(const std::string& text, int* value) {
 }
 
 int writeAll(const std::vector<std::pair<std::string, int>>& values) {
+    // A rename would replace a FIFO or symlink that someone put there on purpose, or fail on a
+    // directory halfway through the pairs: refuse before anything is written.
+    for (const auto& kv : values) {
+        std::string problem = host::tvEntryProblem(kv.first);
+        if (!problem.empty()) {
+            std::fprintf(stderr, "tvctl: %s %s, not a state file; nothing written\n",
+                         host::tvStatePath(kv.first).c_str(), problem.c_str());
+            return kExitFailed;
+        }
+    }
     for (const auto& kv : values) {
         if (!host::writeTvInt(kv.first, kv.second)) {
             std::fprintf(stderr, "tvctl: cannot write %s: %s\n", host::tvStatePath(kv.first).c_str(),
@@ -120,15 +130,15 @@ int cmdSet(int argc, char** argv) {
     return writeAll(values);
 }
 
-// The value of a key for people: "1", or "0 (not set)", or "0 (file holds no integer)".
+// The value of a key for people: "1", or "0 (not set)", or "0 (holds no integer)".
 std::string describe(const std::string& key) {
     host::ReadStatus status = host::ReadStatus::Ok;
     int value = host::readTvInt(key, &status);
     std::string text = std::to_string(value);
     if (status == host::ReadStatus::Missing) {
         text += " (not set)";
-    } else if (status == host::ReadStatus::Garbage) {
-        text += " (file holds no integer)";
+    } else if (status != host::ReadStatus::Ok) {
+        text += std::string(" (") + host::readProblem(status) + ")";
     }
     return text;
 }
@@ -142,9 +152,9 @@ int cmdGet(int argc, char** argv) {
     }
     host::ReadStatus status = host::ReadStatus::Ok;
     int value = host::readTvInt(argv[0], &status);
-    if (status == host::ReadStatus::Garbage) {
-        std::fprintf(stderr, "tvctl: %s holds no integer; it reads as 0\n",
-                     host::tvStatePath(argv[0]).c_str());
+    if (status == host::ReadStatus::Garbage || status == host::ReadStatus::Unreadable) {
+        std::fprintf(stderr, "tvctl: %s %s; it reads as 0\n", host::tvStatePath(argv[0]).c_str(),
+                     host::readProblem(status));
     }
     std::printf("%d\n", value);
     return kExitOk;

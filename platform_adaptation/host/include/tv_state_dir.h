@@ -38,12 +38,20 @@ std::string tvStatePath(const std::string& key);
 // Creates the directory (and its parents) when missing; false with errno on failure.
 bool ensureTvStateDir();
 
-enum class ReadStatus { Ok, Missing, Garbage };
-// A missing file reads as 0; a file that does not hold one decimal integer reads as 0 and
-// reports Garbage so that the caller can say so.
+enum class ReadStatus { Ok, Missing, Garbage, Unreadable };
+// A missing file reads as 0. Whatever else is no regular file holding one decimal integer in its
+// first few dozen bytes reads as 0 too, and the status says why: Garbage for the content
+// (empty, binary, too long), Unreadable for a directory, FIFO, device or a file that cannot be
+// opened. Never blocks and never reads more than those few dozen bytes.
 int readTvInt(const std::string& key, ReadStatus* status = nullptr);
-// Whole file as text; empty when missing.
+// What is wrong with an entry that read with this status, for a message: "holds no integer" or
+// "is not a readable regular file"; empty for Ok and Missing.
+const char* readProblem(ReadStatus status);
+// A regular file as text, at most its first 64 KiB; empty when missing or not a regular file.
 std::string readTvText(const std::string& key);
+// Empty when a write of `key` would create or replace a regular file; otherwise what stands there
+// instead ("is a directory", "is a FIFO", "is a device", "is a symbolic link", ...).
+std::string tvEntryProblem(const std::string& key);
 // Temporary file in the same directory, then rename: readers never see half a value.
 bool writeTvFileAtomic(const std::string& key, const std::string& content);
 bool writeTvInt(const std::string& key, int value);

@@ -15,26 +15,31 @@ struct SystemInfo::Impl {
     host::CallbackSlot<VideoInfoHDRTypeChangedCallback> hdrType;
     host::CallbackSlot<VideoGameModeChangedCallback> gameMode;
     // Last member: its thread stops before the slots it calls are destroyed.
-    host::TvStateWatcher watcher{"SystemInfo", [this](const std::string& key) { onWrite(key); }};
+    host::TvStateWatcher watcher{
+        "SystemInfo",
+        {host::tvkey::kAipqSwitch, host::tvkey::kAipqAvailable, host::tvkey::kSourceType,
+         host::tvkey::kPlayerState, host::tvkey::kEncryptedSource1, host::tvkey::kEncryptedSource6Or9,
+         host::tvkey::kHdrType, host::tvkey::kGameMode},
+        [this](const std::string& key, int value) { onWrite(key, value); }};
 
-    void onWrite(const std::string& key) {
+    void onWrite(const std::string& key, int value) {
         using namespace host::tvkey;
         if (key == kAipqSwitch) {
-            aipq.invoke(AIPQ_MODE_SWITCH, host::readTvState(key) != 0);
+            aipq.invoke(AIPQ_MODE_SWITCH, value != 0);
         } else if (key == kAipqAvailable) {
-            aipq.invoke(AIPQ_MODE_AVAILABLE, host::readTvState(key) != 0);
+            aipq.invoke(AIPQ_MODE_AVAILABLE, value != 0);
         } else if (key == kSourceType) {
-            sourceType.invoke(static_cast<SourceType>(host::readTvState(key)));
+            sourceType.invoke(static_cast<SourceType>(value));
         } else if (key == kPlayerState) {
-            playerState.invoke(static_cast<PlayerState>(host::readTvState(key)));
+            playerState.invoke(static_cast<PlayerState>(value));
         } else if (key == kEncryptedSource1) {
-            streamEncrypted.invoke(STREAM_MODE_SOURCE1, host::readTvState(key) != 0);
+            streamEncrypted.invoke(STREAM_MODE_SOURCE1, value != 0);
         } else if (key == kEncryptedSource6Or9) {
-            streamEncrypted.invoke(STREAM_MODE_1, host::readTvState(key) != 0);
+            streamEncrypted.invoke(STREAM_MODE_1, value != 0);
         } else if (key == kHdrType) {
-            hdrType.invoke(static_cast<VideoInfoHDRType>(host::readTvState(key)));
+            hdrType.invoke(static_cast<VideoInfoHDRType>(value));
         } else if (key == kGameMode) {
-            gameMode.invoke(static_cast<VideoGameMode>(host::readTvState(key)));
+            gameMode.invoke(static_cast<VideoGameMode>(value));
         }
     }
 };

@@ -9,11 +9,10 @@
 
 struct SystemState::Impl {
     explicit Impl(const std::string& clientName)
-        : watcher("SystemState " + clientName, [this](const std::string& key) {
-              if (key == host::tvkey::kPowerState) {
-                  powerState.invoke(static_cast<TVPowerState>(host::readTvState(key)));
-              }
-          }) {}
+        : watcher("SystemState " + clientName, {host::tvkey::kPowerState},
+                  [this](const std::string&, int value) {
+                      powerState.invoke(static_cast<TVPowerState>(value));
+                  }) {}
 
     host::CallbackSlot<TVPowerStateCallback> powerState;
     // Last member: its thread stops before the slot it calls is destroyed.

@@ -6,36 +6,48 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 // Internal to the host clients of the TV-state directory.
 namespace host {
 
-// Reads one key of the TV state: a missing file is 0; a file that holds no integer is 0 as well,
-// and says so in the log.
+// Reads one key of the TV state: a missing file is 0; anything else that holds no integer is 0 as
+// well, and says so in the log, once until the key reads otherwise.
 int readTvState(const std::string& key);
 
 // Watches the TV-state directory with inotify on a thread of its own and hands each completed
-// write (close after writing, or a rename into the directory) to the handler, by key. Hidden files
-// are writers' temporaries and are skipped; after a queue overflow every key is handed over once.
-// The destructor stops and joins the thread.
+// write of one of `keys` (close after writing, or a rename into the directory) to the handler with
+// the value read. Hidden files are writers' temporaries and are skipped; after a queue overflow
+// every key is handed over once. The directory may be deleted and made again, or swapped under a
+// symlink: the new one is watched (within a second while it is missing), and every key whose value
+// differs from the one last handed over is handed over. The destructor stops and joins the thread.
 class TvStateWatcher {
 public:
-    using Handler = std::function<void(const std::string& key)>;
+    using Handler = std::function<void(const std::string& key, int value)>;
 
     // `name` is only for the log.
-    TvStateWatcher(std::string name, Handler handler);
+    TvStateWatcher(std::string name, std::vector<std::string> keys, Handler handler);
     ~TvStateWatcher();
     TvStateWatcher(const TvStateWatcher&) = delete;
     TvStateWatcher& operator=(const TvStateWatcher&) = delete;
 
 private:
     void run();
-    void dispatch(const char* buffer, size_t length);
+    // True when the directory must be looked up again.
+    bool dispatch(const char* buffer, size_t length);
+    // Watches what the path names now; true when that is another directory than before.
+    bool watchDirectory();
+    void handOver(size_t index, bool onlyWhenChanged);
 
     std::string m_name;
+    std::vector<std::string> m_keys;
+    std::vector<int> m_values;  // as last handed over, by the index of the key
     Handler m_handler;
     int m_inotifyFd;
     int m_stopFd;
+    int m_dirWatch = -1;   // -1 while the directory is missing
+    int m_linkWatch = -1;  // on the path itself while that is a symlink
+    bool m_lost = false;   // said once in the log while the directory cannot be watched
     std::thread m_thread;
 };
 

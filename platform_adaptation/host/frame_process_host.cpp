@@ -1,14 +1,10 @@
-#include <signal.h>
-
-#include <condition_variable>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include "dbg_log.h"
 #include "frame_process.h"
-#include "host_platform.h"
+#include "osal.h"
 
 #define FRAME_TAG "[Platform Adaptation]"
 
@@ -25,8 +21,6 @@ private:
 
 struct ProcessState {
     std::mutex mutex;
-    std::condition_variable exitCond;
-    bool exitRequested = false;
     std::vector<std::unique_ptr<frame::Proxy>> members;
 };
 
@@ -35,50 +29,14 @@ ProcessState& processState() {
     return *s;
 }
 
-// SIGTERM and SIGINT are blocked in every thread (threads inherit the mask), and a dedicated
-// thread collects them, so run() can end the service in an orderly way.
-void installSignalWatcher() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGTERM);
-        sigaddset(&set, SIGINT);
-        pthread_sigmask(SIG_BLOCK, &set, nullptr);
-        pthread_t watcher;
-        auto* heapSet = new sigset_t(set);
-        pthread_create(
-            &watcher, nullptr,
-            [](void* arg) -> void* {
-                auto* s = static_cast<sigset_t*>(arg);
-                int sig = 0;
-                if (sigwait(s, &sig) == 0) {
-                    DBG_LOG(DBG_LEVEL_NOTICE, FRAME_TAG, "signal %d received, leaving run().\n", sig);
-                    host::requestProcessExit();
-                }
-                delete s;
-                return nullptr;
-            },
-            heapSet);
-        pthread_detach(watcher);
-    });
-}
+// run() holds the main thread for the life of the service; it wakes only once an hour meanwhile.
+constexpr unsigned int kRunWaitMs = 3600u * 1000u;
 
 }  // namespace
-
-namespace host {
-void requestProcessExit() {
-    ProcessState& s = processState();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    s.exitRequested = true;
-    s.exitCond.notify_all();
-}
-}  // namespace host
 
 namespace frame {
 
 Process Process::getInstance() {
-    installSignalWatcher();
     return Process();
 }
 
@@ -99,9 +57,9 @@ int Process::startAppMembersSync(ProxyFactory factory) {
 }
 
 int Process::run() {
-    ProcessState& s = processState();
-    std::unique_lock<std::mutex> lock(s.mutex);
-    s.exitCond.wait(lock, [&s] { return s.exitRequested; });
+    while (!osalWaitExitRequest(kRunWaitMs)) {
+    }
+    DBG_LOG(DBG_LEVEL_NOTICE, FRAME_TAG, "exit requested, leaving run().\n");
     return 0;
 }
 

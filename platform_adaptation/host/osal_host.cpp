@@ -1,10 +1,14 @@
 #include <errno.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 #include "host_platform.h"
@@ -65,9 +69,48 @@ void sleepNs(int64_t ns) {
     }
 }
 
+// The exit request. The signal handler only sets the flag and makes the eventfd readable, both
+// safe in a handler; the descriptor is never read, so once written it wakes every later wait too.
+struct ExitRequest {
+    std::atomic<bool> requested{false};
+    int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+};
+
+ExitRequest& exitRequest() {
+    static ExitRequest* request = new ExitRequest;  // never destroyed: a handler may run at exit
+    return *request;
+}
+
+std::atomic<ExitRequest*> g_signalledRequest{nullptr};
+
+void markExitRequested(ExitRequest& request) {
+    request.requested = true;
+    uint64_t one = 1;
+    ssize_t written = write(request.fd, &one, sizeof(one));
+    (void)written;
+}
+
+void onExitSignal(int sig) {
+    int savedErrno = errno;
+    ExitRequest* request = g_signalledRequest.load();
+    if (request != nullptr) {
+        // A second Ctrl-C ends at once: tools that never wait for the request stay interruptible.
+        if (sig == SIGINT && request->requested) {
+            signal(SIGINT, SIG_DFL);
+            raise(SIGINT);
+        }
+        markExitRequested(*request);
+    }
+    errno = savedErrno;
+}
+
 }  // namespace
 
 namespace host {
+
+void requestProcessExit() {
+    markExitRequested(exitRequest());
+}
 
 void setTimeScale(double scale) {
     if (!(scale > 0.0) || !std::isfinite(scale)) {
@@ -91,7 +134,18 @@ double timeScale() {
 
 void osalInitOnce() {
     static std::once_flag once;
-    std::call_once(once, [] { (void)timeBase(); });
+    std::call_once(once, [] {
+        (void)timeBase();
+        // From the very start, so that no wait of the daemon is ended by the default action.
+        g_signalledRequest = &exitRequest();
+        struct sigaction action;
+        std::memset(&action, 0, sizeof(action));
+        action.sa_handler = onExitSignal;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGTERM, &action, nullptr);
+        sigaction(SIGINT, &action, nullptr);
+    });
 }
 
 void osalGetUptime(OsalTime* time) {
@@ -158,4 +212,26 @@ void osalSleep(unsigned int seconds) {
 
 void osalUsleep(unsigned int microseconds) {
     sleepNs(scaledNs(static_cast<int64_t>(microseconds) * 1000));
+}
+
+bool osalWaitExitRequest(unsigned int milliseconds) {
+    ExitRequest& request = exitRequest();
+    if (milliseconds == 0 || request.requested) {
+        return request.requested;
+    }
+    const int64_t deadline = nowNs(CLOCK_MONOTONIC) + scaledNs(static_cast<int64_t>(milliseconds) * 1000000);
+    struct pollfd readable = {request.fd, POLLIN, 0};
+    for (;;) {
+        if (request.requested) {
+            return true;
+        }
+        int64_t left = deadline - nowNs(CLOCK_MONOTONIC);
+        if (left <= 0) {
+            return false;
+        }
+        struct timespec ts;
+        ts.tv_sec = left / kNsPerSec;
+        ts.tv_nsec = left % kNsPerSec;
+        ppoll(&readable, 1, &ts, nullptr);
+    }
 }

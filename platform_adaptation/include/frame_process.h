@@ -21,7 +21,7 @@ public:
 
     // Creates the member with the factory and starts it before returning.
     int startAppMembersSync(ProxyFactory factory);
-    // Blocks the calling thread for the life of the service.
+    // Blocks the calling thread for the life of the service: until the exit request of osal.h.
     int run();
 
 private:

@@ -36,4 +36,10 @@ int osalCondTimedWait(pthread_cond_t* cond, pthread_mutex_t* mutex, const struct
 void osalSleep(unsigned int seconds);
 void osalUsleep(unsigned int microseconds);
 
+// Exit request: the platform asking the process to end (the host's SIGTERM and SIGINT, caught from
+// osalInitOnce on). Once made it stays; frame::Process::run() returns on it. Waits up to
+// `milliseconds` (0: only tests) and returns whether it has been made, so that the daemon's own long
+// waits can end early. A platform that has no such request sleeps and returns false.
+bool osalWaitExitRequest(unsigned int milliseconds);
+
 #endif

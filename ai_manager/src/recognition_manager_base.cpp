@@ -27,9 +27,16 @@ const char* aipqLabelText(int value) {
 }
 
 RecognitionManagerBase::RecognitionManagerBase()
-    : m_modelLoaded(false), m_lastLabel(telvo_ai_service::Invalid), m_aiServiceEnvLoaded(false) {}
+    : m_modelLoaded(false),
+      m_lastLabel(telvo_ai_service::Invalid),
+      m_aiServiceEnvLoaded(false),
+      m_requestsAbandoned(false) {}
 
 RecognitionManagerBase::~RecognitionManagerBase() {}
+
+void RecognitionManagerBase::abandonRequests() {
+    m_requestsAbandoned = true;
+}
 
 bool RecognitionManagerBase::getModelLoadState() {
     return m_modelLoaded;

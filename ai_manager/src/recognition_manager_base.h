@@ -1,6 +1,7 @@
 #ifndef AI_MANAGER_RECOGNITION_MANAGER_BASE_H
 #define AI_MANAGER_RECOGNITION_MANAGER_BASE_H
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -49,12 +50,16 @@ public:
     telvo_ai_service::AiPQPredictLabel getValidScene(telvo_ai_service::TelvoAiPQPredict* predictions,
                                                      int count);
     void outputAiPQPredictLabels(char* title, telvo_ai_service::TelvoAiPQPredict* predictions, int count);
+    // Teardown: from now on no request waits for its answer, the one in flight included; each ends
+    // with 1 at its next poll. Never undone.
+    void abandonRequests();
 
 protected:
     bool m_modelLoaded;
     telvo_ai_service::AiServiceModelConfig m_modelConfig;
     telvo_ai_service::AiPQPredictLabel m_lastLabel;
     bool m_aiServiceEnvLoaded;
+    std::atomic<bool> m_requestsAbandoned;
 };
 
 #endif

@@ -327,7 +327,10 @@ int RecognitionProcessManager::waitMessageFinished(void* out) {
                 AM_LOGE("AiService not load model.\n");
                 return 3;
             default:
-                osalUsleep(kPollStepMs * 1000);
+                if (!waitUnlessAbandoned(kPollStepMs)) {
+                    AM_LOGE("%s abandoned: shutting down.\n", m_sendMessage);
+                    return 1;
+                }
                 break;
         }
     }
@@ -352,8 +355,20 @@ int RecognitionProcessManager::waitStopAiServiceFinished() {
             AM_LOGE("AiService process not stopped.\n");
             return 1;
         }
-        osalSleep(1);
+        if (!waitUnlessAbandoned(kStopPollStepMs)) {
+            AM_LOGE("stop wait abandoned: shutting down.\n");
+            return 1;
+        }
     }
+}
+
+bool RecognitionProcessManager::waitUnlessAbandoned(int milliseconds) {
+    for (int waited = 0; waited < milliseconds; waited += kPollStepMs) {
+        if (m_requestsAbandoned || osalWaitExitRequest(kPollStepMs)) {
+            return false;
+        }
+    }
+    return !m_requestsAbandoned;
 }
 
 int RecognitionProcessManager::initAiService() {
@@ -406,8 +421,8 @@ int RecognitionProcessManager::loadAiServiceEnv() {
     }
     // Paced on purpose: a service that is not up yet is not asked again for 10 s.
     for (int i = 0; i < kInitFailureLines; ++i) {
-        if (i > 0) {
-            osalSleep(1);
+        if (i > 0 && !waitUnlessAbandoned(1000)) {
+            break;
         }
         AM_LOGE("initAiService failed. init result: %d.\n", ret);
     }

@@ -41,6 +41,8 @@ public:
 
 private:
     void markSendThreadEnded();
+    // Sleeps in poll steps; false as soon as requests are abandoned or the process is to end.
+    bool waitUnlessAbandoned(int milliseconds);
 
     unsigned char* m_pShareMemory;
     char m_sendMessage[ai_service_protocol::kMessageSize];

@@ -34,6 +34,7 @@ AIRecognition::AIRecognition()
       m_showDebugWindow(false),
       m_loopInteval(5000000),
       m_loopAIRecognition(false),
+      m_shuttingDown(false),
       m_aiRecognitionThread(),
       m_pBackupPicture(nullptr),
       m_AIPQSupported(false),
@@ -108,18 +109,20 @@ void AIRecognition::init(PictureCapture* pictureCapture, MemoryMonitor* memoryMo
     AM_ENTER();
 
     // Detaching: collaborators are about to be deleted, so nothing may still reach them. A worker
-    // mid-cycle would, and so would a platform callback already on its way.
+    // mid-cycle would, and so would a platform callback already on its way. Callbacks go first, as
+    // they can start a worker: power first, since it re-subscribes the TV information. Each
+    // unsubscription returns once the callback it removes has finished.
+    if (m_pSystemState != nullptr && systemStateManager != m_pSystemStateManager) {
+        m_pSystemState->setTVPowerStateCallback(nullptr, nullptr);
+    }
+    if (m_pSystemInfoManager != nullptr && systemInfoManager != m_pSystemInfoManager) {
+        m_pSystemInfoManager->stop();
+    }
     if (m_loopAIRecognition &&
         (pictureCapture != m_pPictureCapture || memoryMonitor != m_pMemoryMonitor ||
          systemInfoManager != m_pSystemInfoManager || systemSettingManager != m_pSystemSettingManager ||
          recognitionManager != m_pRecognitionManager)) {
         stopAiRecognitionThread();
-    }
-    if (m_pSystemInfoManager != nullptr && systemInfoManager != m_pSystemInfoManager) {
-        m_pSystemInfoManager->stop();
-    }
-    if (m_pSystemState != nullptr && systemStateManager != m_pSystemStateManager) {
-        m_pSystemState->setTVPowerStateCallback(nullptr, nullptr);
     }
 
     m_pPictureCapture = pictureCapture;
@@ -157,7 +160,7 @@ bool AIRecognition::handleAIPQSupported() {
         if (m_pRecognitionManager != nullptr) {
             m_pRecognitionManager->stopAiService();
         }
-        osalSleep(2);
+        osalWaitExitRequest(2000);  // the 2 s pause, cut short when the process is to end
     }
     return m_AIPQSupported;
 }
@@ -221,6 +224,10 @@ void* threadAIRecognitionProc(void* userData) {
 void AIRecognition::startAiRecognitionThread() {
     AM_ENTER();
     UniqueLock lock(&m_threadMutex);
+    if (m_shuttingDown) {
+        AM_LOGD("shutting down, no ai recognition thread is started.\n");
+        return;
+    }
     if (m_loopAIRecognition) {
         AM_LOGD("ai recognition thread is started, do not need to start again.\n");
         return;
@@ -262,5 +269,22 @@ void AIRecognition::stopAiRecognitionThread() {
     if (m_pRecognitionManager != nullptr) {
         m_pRecognitionManager->reset();
     }
+    AM_RETURN();
+}
+
+void AIRecognition::beginShutdown() {
+    AM_ENTER();
+    m_shuttingDown = true;
+    if (m_pRecognitionManager != nullptr) {
+        m_pRecognitionManager->abandonRequests();
+    }
+    releaseAIPQEnableWait();
+    releaseVideoGameModeDisableWait();
+    releaseVideoInfoHDRTypeDisableWait();
+    releaseUnencryptedWait();
+    releaseMemoryWait();
+    releaseNextAIRecognitionWait();
+    // A start already under way finishes before this returns; any later one sees the flag.
+    UniqueLock lock(&m_threadMutex);
     AM_RETURN();
 }

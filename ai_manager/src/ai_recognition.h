@@ -46,6 +46,10 @@ public:
     void stop();
     void startAiRecognitionThread();
     void stopAiRecognitionThread();
+    // Teardown's first step: no worker starts from here on, every wait is released (the HDR one
+    // too, which stop() leaves) and the AI client abandons its requests, so that unsubscribing and
+    // joining end promptly. Never undone.
+    void beginShutdown();
 
     // State changes reported by the adapters.
     void handleAIPQChanged(bool aipqEnable);
@@ -95,6 +99,10 @@ public:
 private:
     friend struct AIRecognitionTestPeer;
 
+    // Whether the worker goes on: tested before each gate and, under the gate's mutex, before it
+    // parks, so that neither a stop nor the shutdown is lost.
+    bool keepRunning() const { return m_loopAIRecognition && !m_shuttingDown; }
+
     PictureCapture* m_pPictureCapture;
     MemoryMonitor* m_pMemoryMonitor;
     SystemInfoManagerInterface* m_pSystemInfoManager;
@@ -119,6 +127,7 @@ private:
     int32_t m_loopInteval;
     // Written under m_threadMutex, read by the worker between its gates.
     std::atomic<bool> m_loopAIRecognition;
+    std::atomic<bool> m_shuttingDown;
     OsalThread m_aiRecognitionThread;
     pthread_mutex_t m_threadMutex;
     unsigned char* m_pBackupPicture;

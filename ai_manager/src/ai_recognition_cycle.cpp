@@ -16,7 +16,7 @@ void AIRecognition::handleAIRecognition() {
     osalGetUptime(&lastTime);
     lastTime.seconds -= firstWaitTime;
 
-    while (m_loopAIRecognition) {
+    while (keepRunning()) {
         if (waitAIPQEnable()) {
             AM_LOGD("wait AIPQ enable.\n");
             continue;

@@ -27,7 +27,7 @@ void signalPair(pthread_mutex_t* mutex, pthread_cond_t* cond) {
         ts.tv_sec += (seconds);                                                           \
         AM_LOGD("after add wait time, ts.tv_sec: %ld.\n", static_cast<long>(ts.tv_sec));  \
         (result) = 0;                                                                     \
-        if (m_loopAIRecognition) {                                                        \
+        if (keepRunning()) {                                                              \
             (result) = osalCondTimedWait((cond), (mutex), &ts);                           \
         }                                                                                 \
         if ((result) == ETIMEDOUT) {                                                      \
@@ -119,9 +119,9 @@ void AIRecognition::releaseVideoGameModeDisableWait() {
     signalPair(&m_gameModeMutex, &m_gameModeCond);
 }
 
-// A stop clears m_loopAIRecognition before it signals each pair under the pair's mutex; testing
-// the flag under that mutex right before waiting keeps a stop that slips in between the worker's
-// loop test and its wait from being lost.
+// A stop (or the shutdown) sets its flag before it signals each pair under the pair's mutex;
+// testing keepRunning() under that mutex right before waiting keeps one that slips in between the
+// worker's loop test and its wait from being lost.
 
 bool AIRecognition::waitAIPQEnable() {
     AM_ENTER();
@@ -130,7 +130,7 @@ bool AIRecognition::waitAIPQEnable() {
     bool open = m_pSystemInfoManager != nullptr && m_pSystemInfoManager->getAIPQEnable();
     if (!open) {
         resetConfig();
-        if (m_loopAIRecognition) {
+        if (keepRunning()) {
             pthread_cond_wait(&m_aipqEnableCond, &m_aipqEnableMutex);
         }
         waited = true;
@@ -148,7 +148,7 @@ bool AIRecognition::waitVideoGameModeDisable() {
                 m_pSystemInfoManager->getVideoGameModeForced() != VIDEO_GAME_MODE_ON;
     if (!open) {
         resetConfig();
-        if (m_loopAIRecognition) {
+        if (keepRunning()) {
             pthread_cond_wait(&m_gameModeCond, &m_gameModeMutex);
         }
         waited = true;

@@ -29,7 +29,11 @@ int main() {
     unsigned int floorWait = uptimeFloorWaitSeconds(static_cast<long>(ts.tv_sec));
     if (floorWait > 0) {
         AM_LOGD("TV is not ready, need waiting...\n");
-        osalSleep(floorWait);
+        osalWaitExitRequest(floorWait * 1000u);
+    }
+    if (osalWaitExitRequest(0)) {
+        AM_LOGD("exit requested before start, nothing to tear down.\n");
+        _exit(0);
     }
 
     PictureCapture* pictureCapture = new PictureCapture();
@@ -51,11 +55,17 @@ int main() {
             frame::Process process = frame::Process::getInstance();
             process.run();
         }
+        // Before the end is logged: from that line on no worker starts.
+        aiRecognition.beginShutdown();
         AM_LOGD("Process Run End.\n");
     } else {
         AM_LOGD("AIPQ is not supported on current TV.\n");
+        aiRecognition.beginShutdown();
     }
 
+    // More than a detach: a worker or a platform callback left running would reach the collaborators
+    // deleted below, so this also unsubscribes and then joins the worker; beginShutdown has made
+    // both prompt.
     aiRecognition.init(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     delete pictureCapture;
     delete memoryMonitor;

@@ -22,13 +22,13 @@ void setPorcessPriority() {
 
 int wait_for_bizready() {
     AM_ENTER();
-    // No time-out on purpose: nothing works before the business layer is up.
+    // No time-out on purpose: nothing works before the business layer is up. Only an exit request
+    // ends the wait otherwise; the caller sees it.
     for (;;) {
         for (int i = 0; i < 50; ++i) {
-            if (access(kBizReadyFile, F_OK) == 0) {
+            if (access(kBizReadyFile, F_OK) == 0 || osalWaitExitRequest(100)) {
                 return 0;
             }
-            osalUsleep(100000);
         }
         AM_LOGN("waiting 5s for service ready! ... \n\n");
     }

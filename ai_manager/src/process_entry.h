@@ -7,7 +7,7 @@
 void setPorcessPriority();
 // Message-bus environment, business readiness, then the framework's proxies.
 void initBizAccessEnv();
-// Blocks until "/var/run/BIZREADY2" exists; never gives up.
+// Blocks until "/var/run/BIZREADY2" exists or the process is asked to end; never gives up.
 int wait_for_bizready();
 // How long to sleep so that nothing starts in the first 30 s after boot.
 unsigned int uptimeFloorWaitSeconds(long monotonicSeconds);

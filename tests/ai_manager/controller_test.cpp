@@ -259,8 +259,9 @@ void hdr(T& t, int type) {
 
 // clang-format off
 const Gate kGates[] = {
+    // The reset before each park reads AIPQ again; the model it withdraws counts the parks.
     Gate{"aipq", 0, [](T& t) { t.info.aipqEnable = false; }, nullptr,
-         [](T& t) -> EventCounter& { return t.info.aipqOffReads; },
+         [](T& t) -> EventCounter& { return t.recognition.releases; },
          [](T& t, int v) { t.controller.handleAIPQChanged(v != 0); }, {{0, false}, {1, true}}},
     Gate{"gameMode", 0, [](T& t) { t.info.gameMode = 1; }, nullptr,
          [](T& t) -> EventCounter& { return t.info.gameModeTests; },

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "osal.h"
+
 extern char** environ;
 
 namespace korvane {
@@ -82,12 +84,14 @@ std::string probeDFB() {
         if (done < 0 && errno != EINTR) {
             return std::string("lost the probe: ") + strerror(errno);
         }
-        if (waited >= kProbeTimeoutMs) {
+        // Teardown does not wait out a probe that takes its time.
+        const bool ending = osalWaitExitRequest(kProbePollMs);
+        if (ending || waited >= kProbeTimeoutMs) {
             kill(pid, SIGKILL);
             waitpid(pid, &status, 0);
-            return "probe hung for " + std::to_string(kProbeTimeoutMs) + " ms";
+            return ending ? std::string("the process is ending")
+                          : "probe hung for " + std::to_string(kProbeTimeoutMs) + " ms";
         }
-        usleep(kProbePollMs * 1000);
     }
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
         return std::string();

@@ -48,7 +48,8 @@ void storeState(unsigned char* shm, int32_t value) {
 }
 
 // A shmget EINVAL nearly always means a segment of another size left by an older build; say so
-// in words, since "shmget Error." alone sends people hunting.
+// in words, since "shmget Error." alone sends people hunting. Once it is removed, the next
+// request makes the segment anew.
 void explainShmgetFailure(int error) {
     if (error != EINVAL) {
         AM_LOGE("shmget failed with %s(%d).\n", strerror(error), error);
@@ -59,14 +60,26 @@ void explainShmgetFailure(int error) {
     if (id >= 0 && shmctl(id, IPC_STAT, &info) == 0) {
         AM_LOGE(
             "a shared memory segment with key %d already exists with size %zu instead of %d; remove it "
-            "with \"ipcrm -M %d\" and restart.\n",
+            "with \"ipcrm -M %d\".\n",
             proto::kShmKey, static_cast<size_t>(info.shm_segsz), proto::kShmSize, proto::kShmKey);
     } else {
         AM_LOGE(
             "a shared memory segment with key %d exists with a different size; remove it with \"ipcrm "
-            "-M %d\" and restart.\n",
+            "-M %d\".\n",
             proto::kShmKey, proto::kShmKey);
     }
+}
+
+bool sameQueue(mqd_t a, mqd_t b) {
+    struct stat sa, sb;
+    return fstat(a, &sa) == 0 && fstat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+// The header as the client leaves it after attaching: size word, state and reserved bytes.
+void writeHeader(unsigned char* shm) {
+    std::memset(shm, 0, proto::kPayloadOffset);
+    uint32_t size = proto::kShmSize;
+    std::memcpy(shm + proto::kHeaderSizeOffset, &size, sizeof(size));
 }
 
 }  // namespace
@@ -74,6 +87,8 @@ void explainShmgetFailure(int error) {
 RecognitionProcessManager::RecognitionProcessManager()
     : RecognitionManagerBase(),
       m_pShareMemory(nullptr),
+      m_shareMemoryId(-1),
+      m_shareMemoryFailureLogged(false),
       m_loopSendMessageQueue(false),
       m_sendThread(),
       m_requestMutex(),
@@ -143,11 +158,53 @@ bool RecognitionProcessManager::initShareMemory() {
         return false;
     }
     m_pShareMemory = static_cast<unsigned char*>(addr);
+    m_shareMemoryId = id;
     std::memset(m_pShareMemory, 0, proto::kShmSize);
-    uint32_t size = proto::kShmSize;
-    std::memcpy(m_pShareMemory + proto::kHeaderSizeOffset, &size, sizeof(size));
+    writeHeader(m_pShareMemory);
     AM_LOGD("init share memory.\n");
     return true;
+}
+
+void RecognitionProcessManager::followShareMemory() {
+    if (m_pShareMemory != nullptr && shmget(proto::kShmKey, 0, 0) == m_shareMemoryId) {
+        return;
+    }
+    // Removed ("ipcrm -M") or replaced: the capture writes into whatever the key names, and so
+    // must the requests. Made here when nobody has made it yet.
+    bool created = true;
+    int id = shmget(proto::kShmKey, proto::kShmSize, proto::kShmFlags | IPC_EXCL);
+    if (id < 0 && errno == EEXIST) {
+        created = false;
+        id = shmget(proto::kShmKey, proto::kShmSize, 0);
+    }
+    void* addr = id < 0 ? reinterpret_cast<void*>(-1) : shmat(id, nullptr, 0);
+    if (addr == reinterpret_cast<void*>(-1)) {
+        int error = errno;
+        if (!m_shareMemoryFailureLogged) {
+            AM_LOGE("%s Error.\n", id < 0 ? "shmget" : "shmat");
+            if (id < 0) {
+                explainShmgetFailure(error);
+            }
+            m_shareMemoryFailureLogged = true;
+        }
+        return;
+    }
+    unsigned char* segment = static_cast<unsigned char*>(addr);
+    // One made by someone else already holds the picture the capture has just put there: only
+    // its header is ours to reset.
+    if (created) {
+        std::memset(segment, 0, proto::kShmSize);
+    }
+    writeHeader(segment);
+    // Unlike the first one, let go: a removed segment lives on while anyone has it attached.
+    if (m_pShareMemory != nullptr) {
+        shmdt(m_pShareMemory);
+    }
+    m_pShareMemory = segment;
+    m_shareMemoryId = id;
+    m_shareMemoryFailureLogged = false;
+    AM_LOGN("shared memory with key %d was removed or replaced: %s segment %d.\n", proto::kShmKey,
+            created ? "made anew as" : "moved to", id);
 }
 
 void* threadSendMessageQueueForAiService(void* manager) {
@@ -160,8 +217,7 @@ void* threadSendMessageQueueForAiService(void* manager) {
     return 0;
 }
 
-void RecognitionProcessManager::handleSendMessageQueue() {
-    AM_LOGD("message queue name: %st.\n", proto::kQueueName);
+mqd_t RecognitionProcessManager::openMessageQueue() {
     struct mq_attr attr;
     std::memset(&attr, 0, sizeof(attr));
     attr.mq_flags = 0;
@@ -170,8 +226,7 @@ void RecognitionProcessManager::handleSendMessageQueue() {
     mqd_t queue = mq_open(proto::kQueueName, O_RDWR | O_CREAT | O_EXCL, 0666, &attr);
     if (queue == static_cast<mqd_t>(-1) && errno != EEXIST) {
         AM_LOGE("mq_open failed, errno: %s(%d).\n", strerror(errno), errno);
-        markSendThreadEnded();
-        return;
+        return queue;
     }
     // errno is read whether or not the exclusive open worked: a stale EEXIST also takes this path.
     if (errno == EEXIST) {
@@ -182,9 +237,56 @@ void RecognitionProcessManager::handleSendMessageQueue() {
         queue = mq_open(proto::kQueueName, O_RDWR);
         if (queue == static_cast<mqd_t>(-1)) {
             AM_LOGE("mq_open failed, errno: %s(%d).\n", strerror(errno), errno);
-            markSendThreadEnded();
-            return;
+            return queue;
         }
+        // Left by something else with other limits, every 40-byte send would fail for good.
+        struct mq_attr found;
+        if (mq_getattr(queue, &found) == 0 &&
+            (found.mq_maxmsg != attr.mq_maxmsg || found.mq_msgsize != attr.mq_msgsize)) {
+            AM_LOGN("message queue %s holds %ld messages of %ld bytes instead of %ld of %ld: made anew.\n",
+                    proto::kQueueName, static_cast<long>(found.mq_maxmsg),
+                    static_cast<long>(found.mq_msgsize), static_cast<long>(attr.mq_maxmsg),
+                    static_cast<long>(attr.mq_msgsize));
+            mq_close(queue);
+            mq_unlink(proto::kQueueName);
+            queue = mq_open(proto::kQueueName, O_RDWR | O_CREAT | O_EXCL, 0666, &attr);
+            if (queue == static_cast<mqd_t>(-1)) {
+                AM_LOGE("mq_open failed, errno: %s(%d).\n", strerror(errno), errno);
+            }
+        }
+    }
+    return queue;
+}
+
+void RecognitionProcessManager::followMessageQueue(mqd_t& queue) {
+    // A restarted service makes a new queue when the name is gone: the old one reaches nobody.
+    mqd_t named = mq_open(proto::kQueueName, O_RDWR);
+    if (named != static_cast<mqd_t>(-1) && sameQueue(named, queue)) {
+        mq_close(named);
+        return;
+    }
+    if (named == static_cast<mqd_t>(-1) && errno != ENOENT) {
+        AM_LOGE("mq_open failed, errno: %s(%d).\n", strerror(errno), errno);
+        return;
+    }
+    if (named != static_cast<mqd_t>(-1)) {
+        mq_close(named);
+    }
+    AM_LOGN("message queue %s was %s: sending into a new one.\n", proto::kQueueName,
+            named == static_cast<mqd_t>(-1) ? "removed" : "replaced");
+    mqd_t reopened = openMessageQueue();
+    if (reopened != static_cast<mqd_t>(-1)) {
+        mq_close(queue);
+        queue = reopened;
+    }
+}
+
+void RecognitionProcessManager::handleSendMessageQueue() {
+    AM_LOGD("message queue name: %st.\n", proto::kQueueName);
+    mqd_t queue = openMessageQueue();
+    if (queue == static_cast<mqd_t>(-1)) {
+        markSendThreadEnded();
+        return;
     }
     AM_LOGD("message queue start send ......\n");
     m_messageQueueOpened = true;
@@ -200,6 +302,7 @@ void RecognitionProcessManager::handleSendMessageQueue() {
         pthread_cond_broadcast(&m_sendReadyCond);
         pthread_cond_wait(&m_sendCond, &m_sendMutex);
         m_sendThreadWaiting = false;
+        followMessageQueue(queue);
         // Nobody reading and the queue full: a blocking send would hold the send mutex for good and
         // hang every later request and stop(). Drop it; the request runs into its time-out.
         struct mq_attr now;
@@ -267,6 +370,7 @@ int RecognitionProcessManager::handleMessage(bool withData, char* message, void*
         AM_LOGE("sendMessage is NULL.\n");
         return 1;
     }
+    followShareMemory();
     if (m_pShareMemory == nullptr) {
         AM_LOGE("shared memory is not attached, request %s cannot be sent.\n",
                 message != nullptr ? message : "(null)");
@@ -498,10 +602,15 @@ int RecognitionProcessManager::recognitionPicture(korvane::ai::PictureData* pict
         AM_RETURN_VAL(ret);
         return ret;
     }
-    if (m_pShareMemory != nullptr) {
-        // What the service is about to read: tells a stale payload from a fresh capture in the log.
-        outputCharSerial(
-            "Pixel Serial: ", reinterpret_cast<const char*>(m_pShareMemory + proto::kPayloadOffset), 12);
+    {
+        // A request may move to a new segment and let the old one go: read it under the same mutex.
+        UniqueLock lock(m_requestMutex);
+        followShareMemory();
+        if (m_pShareMemory != nullptr) {
+            // What the service is about to read: tells a stale payload from a fresh capture in the log.
+            outputCharSerial(
+                "Pixel Serial: ", reinterpret_cast<const char*>(m_pShareMemory + proto::kPayloadOffset), 12);
+        }
     }
     unsigned char result[proto::kPredictResultSize];
     std::memset(result, 0, sizeof(result));

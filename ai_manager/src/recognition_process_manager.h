@@ -1,6 +1,7 @@
 #ifndef AI_MANAGER_RECOGNITION_PROCESS_MANAGER_H
 #define AI_MANAGER_RECOGNITION_PROCESS_MANAGER_H
 
+#include <mqueue.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -41,10 +42,20 @@ public:
 
 private:
     void markSendThreadEnded();
+    // The queue the name stands for, made anew when it is missing or of another shape; -1 when
+    // there is none to be had. Send thread only.
+    mqd_t openMessageQueue();
+    // Moves `queue` to the one the name stands for now, when it was removed or replaced.
+    void followMessageQueue(mqd_t& queue);
+    // Under the request mutex: moves to the segment the key names now, when it was removed or
+    // replaced, so that the capture, the service and the requests meet in one segment.
+    void followShareMemory();
     // Sleeps in poll steps; false as soon as requests are abandoned or the process is to end.
     bool waitUnlessAbandoned(int milliseconds);
 
     unsigned char* m_pShareMemory;
+    int m_shareMemoryId;
+    bool m_shareMemoryFailureLogged;
     char m_sendMessage[ai_service_protocol::kMessageSize];
     std::atomic<bool> m_loopSendMessageQueue;
     OsalThread m_sendThread;

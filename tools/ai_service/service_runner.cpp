@@ -92,8 +92,23 @@ bool ServiceRunner::attachSegment() {
         AS_LOGE("shmat failed: %s(%d).\n", strerror(errno), errno);
         return false;
     }
+    if (m_segment != nullptr) {
+        shmdt(m_segment);
+    }
     m_segment = static_cast<uint8_t*>(addr);
+    m_segmentId = id;
     return true;
+}
+
+void ServiceRunner::followSegment() {
+    if (shmget(proto::kShmKey, 0, 0) == m_segmentId) {
+        return;
+    }
+    // On failure the old segment stays: a request on it then still gets its answer.
+    if (attachSegment()) {
+        AS_LOGN("segment with key %d was removed or replaced: moved to segment %d.\n", proto::kShmKey,
+                m_segmentId);
+    }
 }
 
 bool ServiceRunner::openQueue(bool create) {
@@ -189,6 +204,7 @@ void ServiceRunner::trace(const char* message, size_t length) {
 void ServiceRunner::serve(const char* message, size_t length) {
     trace(message, length);
     ++m_commands;
+    followSegment();
     std::string text = printable(message, length);
     int32_t posted = __atomic_load_n(stateWord(m_segment), __ATOMIC_ACQUIRE);
     // A client writes 1 before every command. Anything else is a command nobody waits for, such

@@ -28,6 +28,9 @@ public:
 
 private:
     bool attachSegment();
+    // Moves to the segment the key names now, when it was removed or replaced: the client posts
+    // its requests there.
+    void followSegment();
     bool openQueue(bool create);
     // Re-checks which queue the name stands for and moves to a newer one.
     void followQueue();
@@ -39,6 +42,7 @@ private:
     CommandHandler m_handler;
     std::atomic<bool> m_stop{false};
     uint8_t* m_segment = nullptr;
+    int m_segmentId = -1;
     mqd_t m_queue = static_cast<mqd_t>(-1);
     dev_t m_queueDev = 0;
     ino_t m_queueIno = 0;

@@ -71,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(Channel, QueueUnlinked, ::testing::Values(false, true),
                          });
 
 // As "ipcrm -M 72314" does: the capture makes a new segment at once, the daemon and the service
-// must move to it with it, and nobody may keep the removed one alive.
+// must follow it, and nobody may keep the removed one alive.
 TEST_F(ChannelE2E, SegmentRemovedWhileRunningIsUsedAnewByCaptureDaemonAndService) {
     startService();
     startDaemon();

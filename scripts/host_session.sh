@@ -82,7 +82,7 @@ daemon_pid=$!
 
 echo "host TV running: source ${source_path:-built-in synthetic scenes}; $("$BIN/tvctl" get player_state >/dev/null && echo 'state watching')"
 echo "first recognition in about 3 s, then every 5 s; Ctrl-C to stop"
-python3 tools/live_view/aipq_live.py "$logs/ai_manager.log" "$AIPQ_TV_DIR" ${shot_cmd:+--screenshot-cmd "$shot_cmd"} &
+python3 tools/live_view/aipq_live.py "$logs/ai_manager.log" "$AIPQ_TV_DIR" "$BIN/tvctl" ${shot_cmd:+--screenshot-cmd "$shot_cmd"} &
 viewer_pid=$!
 
 if [ -n "$duration" ]; then

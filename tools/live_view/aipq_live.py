@@ -2,9 +2,10 @@
 """Live view of a running ai_manager: one block per recognition, read from the daemon's log.
 
 Shows the five predictions, the scene in force, whether the scene's PQ row was applied, and the
-PQ offsets the TV now holds (from the simulator's pq_parameters file), by name.
+PQ offsets the TV now holds, by name. Label texts come from the daemon's own prediction dump and the
+offsets from `tvctl show`, so no fact of the protocol is repeated here.
 
-    aipq_live.py DAEMON_LOG TV_DIR [--screenshot-cmd CMD]
+    aipq_live.py DAEMON_LOG TV_DIR TVCTL [--screenshot-cmd CMD]
 """
 import argparse
 import os
@@ -12,14 +13,6 @@ import re
 import subprocess
 import sys
 import time
-
-PQ_NAMES = ["brightness", "contrast", "saturation", "sharpness", "memc", "nr"]
-for colour in ["Mag", "Red", "Ylw", "Grn", "Cyn", "Blu", "FlshTon"]:
-    PQ_NAMES += ["colortuner" + colour + s for s in ("", "B", "S", "H")]
-SELECTORS = {6, 10, 14, 18, 22, 26, 30}
-LABELS = ["Cartoon", "Soccerball", "Sunflowers", "Sky", "Daisy", "Fruite", "Tree", "Tulips", "Cat",
-          "Performance", "Dandelion", "Building", "Food", "Dog", "Roses", "Grassland", "Face", "Snow",
-          "Indoor", "Invalid"]
 
 PRED = re.compile(r"index: (-?\d+), label: (\S+), confidence: ([0-9.]+)")
 RESULT = re.compile(r"recognitionPicture ret: (-?\d+)\.")
@@ -43,16 +36,15 @@ def follow(path):
                 buf = ""
 
 
-def pq_in_force(tv_dir):
-    try:
-        with open(os.path.join(tv_dir, "pq_parameters")) as f:
-            values = [int(v) for v in f.read().split()]
-    except (OSError, ValueError):
-        return "  PQ offsets: (none applied yet)"
-    if len(values) != 34:
-        return "  PQ offsets: (pq_parameters malformed)"
-    named = [(PQ_NAMES[i], v) for i, v in enumerate(values) if i not in SELECTORS]
-    nonzero = ["%s %+d" % (n, v) for n, v in named if v != 0]
+def pq_in_force(tvctl, tv_dir):
+    shown = subprocess.run([tvctl, "show"], capture_output=True, text=True,
+                           env=dict(os.environ, AIPQ_TV_DIR=tv_dir)).stdout
+    head, _, offsets = shown.partition("PQ offsets in force:")
+    named = [line.split()[:2] for line in offsets.splitlines()
+             if len(line.split()) >= 2 and "(colour selector)" not in line]
+    if not named:
+        return "  PQ offsets in force:" + (offsets.strip() and " " + offsets.strip() or " (unknown)")
+    nonzero = ["%s %+d" % (n, int(v)) for n, v in named if v.lstrip("-").isdigit() and int(v) != 0]
     lines = []
     for i in range(0, len(nonzero), 6):
         lines.append("    " + ", ".join(nonzero[i:i + 6]))
@@ -63,12 +55,14 @@ def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("log")
     ap.add_argument("tv_dir")
+    ap.add_argument("tvctl")
     ap.add_argument("--screenshot-cmd", default="")
     args = ap.parse_args()
 
     count = 0
     scene = "Invalid"
     preds, result, applied = [], None, None
+    texts = {19: "Invalid"}  # label value -> text, as the daemon's prediction dump names them
 
     def report():
         nonlocal count
@@ -81,7 +75,7 @@ def main():
         if result == 0:
             state = "APPLIED (scene changed)" if applied is not None else "not applied (same scene)"
             print("  scene: %-12s %s" % (scene, state))
-        print(pq_in_force(args.tv_dir))
+        print(pq_in_force(args.tvctl, args.tv_dir))
         sys.stdout.flush()
 
     def screenshot():
@@ -111,8 +105,7 @@ def main():
             m = APPLIED.search(line)
             if m:
                 applied = int(m.group(1))
-                if 0 <= applied < len(LABELS):
-                    scene = LABELS[applied]
+                scene = texts.get(applied, "label %d" % applied)
                 continue
             if applied is not None and "call  pq setting interface" not in line:
                 continue
@@ -122,6 +115,7 @@ def main():
             continue
         m = PRED.search(line)
         if m:
+            texts[int(m.group(1))] = m.group(2)
             preds = (preds + [(m.group(2), float(m.group(3)))])[-5:]
             continue
         m = RESULT.search(line)

@@ -202,7 +202,8 @@ int cmdShow(int argc) {
     }
     std::printf("PQ offsets in force:\n");
     for (int i = 0; i < pq_row::kSize; ++i) {
-        std::printf("  %-22s %d\n", pq_row::kNames[i], offsets[static_cast<size_t>(i)]);
+        std::printf("  %-22s %d%s\n", pq_row::kNames[i], offsets[static_cast<size_t>(i)],
+                    pq_row::isColorTunerSelector(i) ? " (colour selector)" : "");
     }
     return kExitOk;
 }

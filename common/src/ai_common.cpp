@@ -16,8 +16,9 @@ int str2int(const char* text, int fallback) {
         AC_LOGE("pStr is NULL.\n");
         return fallback;
     }
-    int savedErrno = errno;
-    errno = 0;
+    // std::stoi leaves ERANGE in errno where long is as narrow as int (32-bit ARM); the caller's
+    // errno must come back whatever the text was.
+    const int savedErrno = errno;
     int value = fallback;
     try {
         value = std::stoi(std::string(text), nullptr, 10);
@@ -31,9 +32,7 @@ int str2int(const char* text, int fallback) {
         AC_LOGE("fail: others.\n");
         value = fallback;
     }
-    if (errno == 0) {
-        errno = savedErrno;
-    }
+    errno = savedErrno;
     return value > 0 ? value : fallback;
 }
 

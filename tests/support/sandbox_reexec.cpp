@@ -28,6 +28,9 @@ void reexecInSandbox() {
     self[n] = '\0';
     args[0] = self;
     std::string sandbox = std::string(AIPQ_SOURCE_DIR) + "/scripts/sandbox.sh";
+    if (access(sandbox.c_str(), X_OK) != 0) {
+        return;  // copied to a board without the source tree: the caller isolates it
+    }
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(sandbox.c_str()));
     for (auto& a : args) {

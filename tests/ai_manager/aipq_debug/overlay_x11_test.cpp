@@ -19,11 +19,6 @@
 #include "graphic_context.h"
 #include "window_context_dfb.h"
 
-// DirectFB keeps some of its own memory until the process ends.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libdirectfb-1.7.so.7\nleak:libfusion-1.7.so.7\nleak:libdirect-1.7.so.7\n";
-}
-
 namespace {
 
 using korvane::aipq::AIPQDisplay;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds and runs every test: the release build with all unit and
-# end-to-end tests, then the unit tests again under AddressSanitizer+UBSan and ThreadSanitizer.
+# end-to-end tests, then all of them again under AddressSanitizer+UBSan and ThreadSanitizer,
+# then everything built for arm64 and armhf and tested under qemu.
 #
 #   scripts/test_all.sh [--quick]    --quick: release build only, no sanitizer passes
 set -euo pipefail
@@ -25,5 +26,7 @@ run_preset default
 if [ "$quick" -eq 0 ]; then
   run_preset asan
   run_preset tsan
+  # ARM builds against Debian sysroots (made once, kept in /var/cache/aipq), tests under qemu.
+  bash scripts/cross_arm.sh arm64 armhf
 fi
 echo "=== all tests passed"

@@ -2,6 +2,7 @@
 // applied is pq_parameters there, and the exit request is SIGTERM.
 #include <signal.h>
 
+#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -13,9 +14,16 @@ namespace {
 
 class HostDriver : public contract::Driver {
 public:
-    // TvKey lists the keys in the order of tvStateKeys().
+    // In place, as a shell's `echo 1 >file` does (tvctl renames a new file over the old one). TvKey
+    // lists the keys in the order of tvStateKeys().
     bool setTvState(contract::TvKey key, int value) override {
-        return host::writeTvInt(host::tvStateKeys().at(static_cast<size_t>(key)), value);
+        std::ofstream out;
+        if (host::ensureTvStateDir()) {
+            out.open(host::tvStatePath(host::tvStateKeys().at(static_cast<size_t>(key))));
+        }
+        out << value << '\n';
+        out.close();
+        return !out.fail();
     }
     bool appliedPqRow(std::vector<int>* row) override {
         std::istringstream in(host::readTvText(host::tvfile::kPqParameters));

@@ -22,7 +22,7 @@
 #include "log_capture.h"
 #include "mem_monitor.h"
 #include "system_info_manager.h"
-#include "system_setting.h"
+#include "system_setting_interface.h"
 #include "system_setting_manager.h"
 
 namespace svc = telvo_ai_service;
@@ -51,11 +51,32 @@ struct EventCounter {
     }
 };
 
+// The TV's answers to the info manager's queries, set by the test; it never notifies.
+struct FakeTv : SystemInfoInterface {
+    std::atomic<int> source{0}, encrypted1{0}, encrypted6Or9{0};
+    void setAIPQChangedCallback(AIPQChangedCallback, void*) override {}
+    void setSourceTypeChangedCallback(SourceTypeChangedCallback, void*) override {}
+    void setPlayerStateChangedCallback(PlayerStateChangedCallback, void*) override {}
+    void setStreamEncryptedChangedCallback(StreamEncryptedChangedCallback, void*) override {}
+    void setVideoInfoHDRTypeChangedCallback(VideoInfoHDRTypeChangedCallback, void*) override {}
+    void setVideoGameModeChangedCallback(VideoGameModeChangedCallback, void*) override {}
+    int setAIPQSwitchState(bool) override { return 0; }
+    bool getAIPQSwitchState() override { return false; }
+    bool getAIPQAvailable() override { return false; }
+    SourceType getSourceType() override { return SourceType(source.load()); }
+    PlayerState getPlayerState() override { return PLAYER_STATE_STOPPED; }
+    bool getStreamEncryptedSource6Or9() override { return encrypted6Or9; }
+    bool getStreamEncryptedSource1() override { return encrypted1; }
+    VideoInfoHDRType getVideoInfoHDRType() override { return VIDEO_INFO_HDR_TYPE_0; }
+    VideoGameMode getVideoGameMode() override { return VIDEO_GAME_MODE_OFF; }
+    bool getAIPQSupported() override { return false; }
+};
+
 // What the controller reads of the TV state, set by the test. The gates' reads count as tests of
 // their gate; a disabled AIPQ read counts as a test of the AIPQ gate.
 class FakeSystemInfoManager : public SystemInfoManager {
 public:
-    FakeSystemInfoManager() : SystemInfoManager(nullptr) {}
+    FakeSystemInfoManager() : SystemInfoManager(std::make_shared<FakeTv>()) {}
     std::atomic<bool> aipqEnable{true}, encrypted{false};
     std::atomic<int> gameMode{0}, hdrType{1}, playerState{2}, sourceType{2};
     EventCounter aipqOffReads, gameModeTests, hdrTests, encryptedTests;
@@ -155,8 +176,8 @@ public:
     }
 };
 
-// The platform's client, except that offset rows are recorded instead of applied.
-class RecordingSetting : public SystemSetting {
+// The TV's picture settings: offset rows are recorded, the rest is never called.
+class RecordingSetting : public SystemSettingInterface {
 public:
     std::atomic<int> status{0};
     std::vector<std::vector<int>> rows() {
@@ -168,6 +189,20 @@ public:
         m_rows.push_back(offsets);
         return status;
     }
+    int setVideoBrightness(int) override { return -1; }
+    int setVideoContrast(int) override { return -1; }
+    int setVideoSaturation(int) override { return -1; }
+    int setVideoSharpness(int) override { return -1; }
+    int setVideoMEMC(int) override { return -1; }
+    int setVideoNR(int) override { return -1; }
+    int setVideoColorTunerFamily(std::vector<int>&) override { return -1; }
+    int getVideoBrightness() override { return 0; }
+    int getVideoContrast() override { return 0; }
+    int getVideoSaturation() override { return 0; }
+    int getVideoSharpness() override { return 0; }
+    int getVideoMEMC() override { return 0; }
+    int getVideoNR() override { return 0; }
+    int getVideoColorTunerFamily(std::vector<int>&) override { return -1; }
 
 private:
     std::mutex m_mutex;

@@ -11,7 +11,6 @@
 
 #include "controller_fakes.h"
 #include "process_entry.h"
-#include "tv_state_dir.h"
 
 using namespace std::chrono_literals;
 using Peer = AIRecognitionTestPeer;
@@ -307,7 +306,8 @@ protected:
     void SetUp() override { manager.setObserver(&controller); }
 
     LogCapture log;
-    SystemInfoManager manager{nullptr};  // the host client: the TV state in its directory
+    std::shared_ptr<FakeTv> tv = std::make_shared<FakeTv>();
+    SystemInfoManager manager{tv};
     AIRecognition controller;
 };
 
@@ -360,10 +360,10 @@ TEST_F(InfoManagerTest, EncryptionFollowsTheStreamModeOfTheCurrentSource) {
     }
     // Asked of the TV: source 1 has its own query, 6 and 9 share one, others are never encrypted.
     for (int source1 : {0, 1}) {
-        host::writeTvInt(host::tvkey::kEncryptedSource1, source1);
-        host::writeTvInt(host::tvkey::kEncryptedSource6Or9, 1 - source1);
+        tv->encrypted1 = source1;
+        tv->encrypted6Or9 = 1 - source1;
         for (int source = 0; source <= 10; ++source) {
-            host::writeTvInt(host::tvkey::kSourceType, source);
+            tv->source = source;
             manager.getSourceTypeForced();
             EXPECT_EQ(manager.getStreamEncryptedForced(), source1 ? source == 1 : source == 6 || source == 9)
                 << source;

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -47,14 +46,12 @@ bool change(TvKey key, int value, const std::string& event, std::chrono::millise
     std::unique_lock<std::mutex> lock(g_mutex);
     const size_t from = g_events.size();
     lock.unlock();
-    if (!contract::driver().setTvState(key, value)) {
-        ADD_FAILURE() << "the port's driver cannot set the TV state";
-        return false;
-    }
+    const bool set = contract::driver().setTvState(key, value);
+    EXPECT_TRUE(set) << "the port's driver cannot set the TV state";
     lock.lock();
-    return event.empty() || g_cond.wait_for(lock, timeout, [&] {
-        return std::find(g_events.begin() + from, g_events.end(), event) != g_events.end();
-    });
+    return set && (event.empty() || g_cond.wait_for(lock, timeout, [&] {
+               return std::find(g_events.begin() + from, g_events.end(), event) != g_events.end();
+           }));
 }
 
 TEST(TvContract, EachChangeReachesItsCallbackAndTheGetterAnswersIt) {
@@ -68,8 +65,8 @@ TEST(TvContract, EachChangeReachesItsCallbackAndTheGetterAnswersIt) {
     info.setVideoGameModeChangedCallback([](VideoGameMode m, void*) { record("game", m); }, nullptr);
     state.setTVPowerStateCallback([](TVPowerState s, void*) { record("power", s); }, nullptr);
     const std::tuple<TvKey, int, const char*, std::function<int()>> cases[] = {
-        {TvKey::AipqSwitch, 1, "aipq 2 1", [&] { return info.getAIPQSwitchState(); }},
         {TvKey::AipqAvailable, 1, "aipq 3 1", [&] { return info.getAIPQAvailable(); }},
+        {TvKey::AipqSwitch, 1, "aipq 2 1", [&] { return info.getAIPQSwitchState(); }},
         {TvKey::AipqSwitch, 0, "aipq 2 0", [&] { return info.getAIPQSwitchState(); }},
         {TvKey::SourceType, 9, "source 9", [&] { return info.getSourceType(); }},
         {TvKey::PlayerState, 2, "player 2", [&] { return info.getPlayerState(); }},
@@ -89,25 +86,26 @@ TEST(TvContract, EachChangeReachesItsCallbackAndTheGetterAnswersIt) {
 
 // The daemon clears its callbacks just before it tears down, and replaces them from inside one.
 TEST(TvContract, AReplacedCallbackHasReturnedAndNeverRunsAgainAndMayReplaceItself) {
-    auto* info = new SystemInfo;  // left behind if a callback never returns
-    auto slow = [](PlayerState s, void*) {
-        record("slow", s);
-        std::this_thread::sleep_for(300ms);
-        record("slow returned", s);
-    };
-    info->setPlayerStateChangedCallback(slow, nullptr);
+    SystemInfo info;
+    info.setPlayerStateChangedCallback(
+        [](PlayerState s, void*) {
+            record("slow", s);
+            std::this_thread::sleep_for(300ms);
+            record("slow returned", s);
+        },
+        nullptr);
     ASSERT_TRUE(change(TvKey::PlayerState, 1, "slow 1"));
-    info->setPlayerStateChangedCallback([](PlayerState s, void*) { record("player", s); }, nullptr);
+    info.setPlayerStateChangedCallback([](PlayerState s, void*) { record("player", s); }, nullptr);
     record("replaced", 0);
     EXPECT_TRUE(change(TvKey::PlayerState, 2, "player 2"));
-    info->setPlayerStateChangedCallback(nullptr, nullptr);
-    info->setVideoGameModeChangedCallback(
+    info.setPlayerStateChangedCallback(nullptr, nullptr);
+    info.setVideoGameModeChangedCallback(
         [](VideoGameMode m, void* p) {
             static_cast<SystemInfo*>(p)->setVideoGameModeChangedCallback(
                 [](VideoGameMode m, void*) { record("second", m); }, nullptr);
             record("first", m);
         },
-        info);
+        &info);
     EXPECT_TRUE(change(TvKey::GameMode, 1, "first 1")) << "registering from inside the callback hangs";
     EXPECT_TRUE(change(TvKey::GameMode, 0, "second 0"));
     EXPECT_FALSE(change(TvKey::PlayerState, 1, "player 1", 1s)) << "a cleared callback ran";
@@ -115,9 +113,6 @@ TEST(TvContract, AReplacedCallbackHasReturnedAndNeverRunsAgainAndMayReplaceItsel
     auto at = [](const char* e) { return std::find(g_events.begin(), g_events.end(), e) - g_events.begin(); };
     EXPECT_LT(at("slow returned 1"), at("replaced 0")) << "the replaced callback was still running";
     EXPECT_EQ(at("slow 2"), static_cast<long>(g_events.size())) << "the replaced callback ran again";
-    if (!HasFailure()) {
-        delete info;
-    }
 }
 
 TEST(PqSettingContract, AWholeRowIsAppliedInOneCallAndAShortOneRefused) {
@@ -139,7 +134,7 @@ TEST(CaptureContract, PictureIs224By224With3BytesAPixelAndTheSameInThePayload) {
     PictureCapture capture;
     ASSERT_TRUE(capture.start());
     for (int i = 0; i < 2; ++i) {
-        std::memset(segment, 0x5A, proto::kShmSize);
+        std::fill(segment, segment + proto::kShmSize, 0x5A);
         korvane::ai::PictureData picture{};
         ASSERT_TRUE(capture.getPicture(true, &picture));
         ASSERT_EQ(std::make_pair(picture.width, picture.height), std::make_pair(224, 224));
@@ -153,13 +148,12 @@ TEST(CaptureContract, PictureIs224By224With3BytesAPixelAndTheSameInThePayload) {
         EXPECT_EQ(differ, 0u) << "capture " << i;
         EXPECT_EQ(std::vector<uint8_t>(segment, segment + 24), std::vector<uint8_t>(24, 0x5A)) << "header";
     }
-    EXPECT_TRUE(capture.stop());
 }
 
 TEST(OsalContract, UptimeComparesAndSubtractsInMicrosecondsAndAdvances) {
     const OsalTime cases[][4] = {// a, b, {a compared with b, 0}, a - b
                                  {{5, 0}, {4, 999999}, {1, 0}, {0, 1}},
-                                 {{4, 999999}, {5, 0}, {-1, 0}, {-1, 999999}}};
+                                 {{5, 7}, {5, 8}, {-1, 0}, {-1, 999999}}};
     for (const auto& c : cases) {
         OsalTime d = c[0];
         osalSubtractTime(&d, &c[1]);

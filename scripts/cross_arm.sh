@@ -155,7 +155,7 @@ build_and_test() {
 }
 
 install_packages
-[ "$run_tests" -eq 0 ] || register_binfmt
+register_binfmt
 for a in "${arches[@]}"; do make_sysroot "$a"; done
 if [ "$build" -eq 1 ]; then
   for a in "${arches[@]}"; do build_and_test "$a"; done

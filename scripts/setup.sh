@@ -11,6 +11,7 @@ PACKAGES=(
   libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
   xvfb x11-apps imagemagick fonts-dejavu-core
   python3 python3-onnx python3-numpy
+  dpkg-dev file  # the Debian packages' dependency scan
 )
 
 missing=()

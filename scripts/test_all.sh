@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds and runs every test: the release build with all unit and
-# end-to-end tests, then all of them again under AddressSanitizer+UBSan and ThreadSanitizer,
-# then everything built for arm64 and armhf and tested under qemu.
+# end-to-end tests; the daemon on the stub platform layer; the Debian packages, installed and run;
+# then all tests again under AddressSanitizer+UBSan and ThreadSanitizer, then everything built for
+# arm64 and armhf and tested under qemu.
 #
 #   scripts/test_all.sh [--quick]    --quick: release build only, no sanitizer passes
 set -euo pipefail
@@ -24,6 +25,15 @@ run_preset() {
 
 run_preset default
 if [ "$quick" -eq 0 ]; then
+  # The stub platform layer, a vendor's starting point: the daemon and the contract tests link.
+  echo "=== [stub] configure and build"
+  cmake -S . -B build-stub -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DAIPQ_PLATFORM=stub \
+    -DAIPQ_BUILD_BENCH=OFF >/dev/null
+  cmake --build build-stub -j "$jobs" --target ai_manager contract_tests
+  # The release build's Debian packages, unpacked into a scratch root and run there.
+  echo "=== [package] build and test the amd64 packages"
+  cmake --build --preset default --target package
+  bash tests/package/installed_package_test.sh build
   run_preset asan
   run_preset tsan
   # ARM builds against Debian sysroots (made once, kept in /var/cache/aipq), tests under qemu.

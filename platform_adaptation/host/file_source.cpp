@@ -14,6 +14,9 @@
 #ifndef AIPQ_CAPTURE_PLUGIN_FILE
 #define AIPQ_CAPTURE_PLUGIN_FILE "libaipq_capture_files.so"
 #endif
+#ifndef AIPQ_PLUGIN_DIR_FROM_BIN
+#define AIPQ_PLUGIN_DIR_FROM_BIN "../lib/aipq"
+#endif
 
 namespace host {
 
@@ -78,7 +81,8 @@ bool FileSource::loadPlugin(std::string* error) {
     if (env != nullptr && *env != '\0') {
         return tryPlugin(env, error);
     }
-    // Installed as the build lays it out: binaries in bin/ (tests in tests/), modules in lib/.
+    // Installed, the plug-in has a directory of its own under the library directory; the build
+    // tree keeps binaries in bin/ (tests in tests/) and modules in lib/.
     char self[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
     if (n <= 0) {
@@ -87,14 +91,16 @@ bool FileSource::loadPlugin(std::string* error) {
     }
     self[n] = '\0';
     std::string dir = directoryOf(self);
-    const std::string candidates[] = {dir + "/../lib/" AIPQ_CAPTURE_PLUGIN_FILE,
+    const std::string candidates[] = {dir + "/" AIPQ_PLUGIN_DIR_FROM_BIN "/" AIPQ_CAPTURE_PLUGIN_FILE,
+                                      dir + "/../lib/" AIPQ_CAPTURE_PLUGIN_FILE,
                                       dir + "/" AIPQ_CAPTURE_PLUGIN_FILE};
     for (const std::string& candidate : candidates) {
         if (access(candidate.c_str(), F_OK) == 0) {
             return tryPlugin(candidate, error);
         }
     }
-    *error = std::string(AIPQ_CAPTURE_PLUGIN_FILE " found neither in ") + dir + "/../lib nor in " + dir +
+    *error = std::string(AIPQ_CAPTURE_PLUGIN_FILE " found neither in ") + dir +
+             "/" AIPQ_PLUGIN_DIR_FROM_BIN ", " + dir + "/../lib nor in " + dir +
              " (AIPQ_CAPTURE_PLUGIN names it elsewhere)";
     return false;
 }

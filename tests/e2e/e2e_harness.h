@@ -30,7 +30,8 @@ using namespace std::chrono_literals;
 namespace proto = ai_service_protocol;
 using Label = telvo_ai_service::AiPQPredictLabel;
 
-const std::string kBin = AIPQ_BIN_DIR;
+// AIPQ_E2E_BIN_DIR: an installed tree's bin/ instead of the build's (tests/package).
+const std::string kBin = std::getenv("AIPQ_E2E_BIN_DIR") ? std::getenv("AIPQ_E2E_BIN_DIR") : AIPQ_BIN_DIR;
 const std::string kTvDir = "/var/run/aipq_tv";
 
 inline std::string readFile(const std::string& path) {

@@ -14,6 +14,7 @@ TEST_F(OverlayDumpE2E, NoDisplayIsFoundOutOnceAndRecognitionGoesOn) {
     ASSERT_TRUE(m_daemon->waitForOutput("recognitionPicture ret: 0.", 60s, 4)) << m_daemon->output();
     EXPECT_LE(m_daemon->count("Error in XOpenDisplay"), 1) << m_daemon->output();
     EXPECT_EQ(m_daemon->count("DirectFB cannot start here"), 1) << m_daemon->output();
+    EXPECT_EQ(m_daemon->count("aipq_dfb_probe not found"), 0) << m_daemon->output();
     stop(*m_daemon);
 }
 

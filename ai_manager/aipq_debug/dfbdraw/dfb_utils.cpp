@@ -29,17 +29,22 @@ enum class Availability { Unknown, Yes, No };
 Availability g_availability = Availability::Unknown;
 
 const char* const kProbeName = "aipq_dfb_probe";
+#ifndef AIPQ_PROBE_DIR_FROM_BIN
+#define AIPQ_PROBE_DIR_FROM_BIN "../libexec/aipq"
+#endif
 constexpr int kProbePollMs = 10;
 constexpr int kProbeTimeoutMs = 5000;
 
-// Beside this program, or in bin/ beside the directory of a test program.
+// Installed, in a helper directory of its own; in the build tree beside this program, or in bin/
+// beside the directory of a test program.
 std::string findProbe(std::string* dir) {
     char self[PATH_MAX];
     const ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
     self[n > 0 ? n : 0] = '\0';
     const char* slash = std::strrchr(self, '/');
     *dir = slash != nullptr ? std::string(self, static_cast<size_t>(slash - self)) : std::string(".");
-    for (const std::string& path : {*dir + "/" + kProbeName, *dir + "/../bin/" + kProbeName}) {
+    for (const std::string& path : {*dir + "/" AIPQ_PROBE_DIR_FROM_BIN "/" + kProbeName,
+                                    *dir + "/" + kProbeName, *dir + "/../bin/" + kProbeName}) {
         if (access(path.c_str(), X_OK) == 0) {
             return path;
         }
@@ -55,7 +60,8 @@ std::string probeDFB() {
     std::string dir;
     const std::string probe = findProbe(&dir);
     if (probe.empty()) {
-        return std::string(kProbeName) + " not found in " + dir + " or " + dir + "/../bin";
+        return std::string(kProbeName) + " not found in " + dir + "/" AIPQ_PROBE_DIR_FROM_BIN ", " + dir +
+               " or " + dir + "/../bin";
     }
     // This process's command line, so that DirectFB reads the same settings in the probe.
     std::ifstream in("/proc/self/cmdline", std::ios::binary);

@@ -19,7 +19,7 @@
 namespace korvane {
 
 // Whether DirectFB can start in this process. Found out once, by a separate probe program
-// (aipq_dfb_probe, beside this program), and kept: the answer is logged that once.
+// (aipq_dfb_probe, among this program's helpers), and kept: the answer is logged that once.
 bool dfbAvailable();
 
 // The process-wide root interface, created on first use and kept for the life of the process.

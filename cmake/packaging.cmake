@@ -64,7 +64,7 @@ set(CPACK_COMPONENT_HOST_KIT_DEPENDS manager)
 # run-time dependencies are named here, as Debian 12 calls them (a vendor names their own).
 if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${AIPQ_DEBIAN_ARCH})
-  set(_base "libc6, libgcc-s1, libstdc++6")
+  set(_base "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 12)")
   set(CPACK_DEBIAN_MANAGER_PACKAGE_DEPENDS "${_base}, libdirectfb-1.7-7")
   set(CPACK_DEBIAN_AI_SERVICE_PACKAGE_DEPENDS "${_base}, libopencv-core406, libopencv-dnn406, libopencv-imgproc406")
   string(CONCAT CPACK_DEBIAN_HOST_KIT_PACKAGE_DEPENDS "${_base}, libavcodec59, libavformat59, libavutil57, "

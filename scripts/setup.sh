@@ -12,6 +12,7 @@ PACKAGES=(
   xvfb x11-apps imagemagick fonts-dejavu-core
   python3 python3-onnx python3-numpy
   dpkg-dev file  # the Debian packages' dependency scan
+  gnuplot-nox    # bench/soak.sh's plot
 )
 
 missing=()

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds and runs every test: the release build with all unit and
-# end-to-end tests; the daemon on the stub platform layer; the Debian packages, installed and run;
-# then all tests again under AddressSanitizer+UBSan and ThreadSanitizer, then everything built for
-# arm64 and armhf and tested under qemu.
+# end-to-end tests; a 3-minute soak of the host TV (3 virtual hours); the daemon on the stub
+# platform layer; the Debian packages, installed and run; then all tests again under
+# AddressSanitizer+UBSan and ThreadSanitizer, then everything built for arm64 and armhf and
+# tested under qemu.
 #
 #   scripts/test_all.sh [--quick]    --quick: release build only, no sanitizer passes
 set -euo pipefail
@@ -25,6 +26,10 @@ run_preset() {
 
 run_preset default
 if [ "$quick" -eq 0 ]; then
+  # Memory, descriptors, threads and log growth of daemon and service flat from the first virtual
+  # hour to the last, through gates, restarts and a replaced queue and segment: about 3 minutes.
+  echo "=== [soak] 3 virtual hours of the host TV"
+  bench/soak.sh --build-dir build --hours 3
   # The stub platform layer, a vendor's starting point: the daemon and the contract tests link.
   echo "=== [stub] configure and build"
   cmake -S . -B build-stub -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DAIPQ_PLATFORM=stub \

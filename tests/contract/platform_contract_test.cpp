@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -118,13 +117,12 @@ TEST(TvContract, AReplacedCallbackHasReturnedAndNeverRunsAgainAndMayReplaceItsel
 
 TEST(PqSettingContract, AWholeRowIsAppliedInOneCallAndAShortOneRefused) {
     SystemSetting setting;
-    std::vector<int> first(34, -7), second(34, 3), shortRow(33, 1), applied;
-    first[0] = 12, second[33] = -1;
-    for (auto* row : {&first, &second, &shortRow}) {
-        EXPECT_EQ(setting.setVideoPQParameters(*row) == 0, row->size() == 34);
-        ASSERT_TRUE(contract::driver().appliedPqRow(&applied)) << "the port's driver cannot read the row";
-        EXPECT_EQ(applied, row->size() == 34 ? *row : second);
-    }
+    std::vector<int> row(34, -7), shortRow(33, 1), applied;
+    row[0] = 12, row[33] = -1;
+    EXPECT_EQ(setting.setVideoPQParameters(row), 0);
+    EXPECT_NE(setting.setVideoPQParameters(shortRow), 0);
+    ASSERT_TRUE(contract::driver().appliedPqRow(&applied)) << "the port's driver cannot read the row";
+    EXPECT_EQ(applied, row);
 }
 
 // The daemon sends the payload to the AI service and keeps the record for dumps and the overlay.
@@ -169,7 +167,7 @@ TEST(OsalContract, UptimeComparesAndSubtractsInMicrosecondsAndAdvances) {
     const int64_t real = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - from).count();
     osalSubtractTime(&now, &start);
     const int64_t us = now.seconds * 1000000 + now.microseconds;
-    EXPECT_TRUE(std::abs(us - real) < 50000 && now.microseconds < 1000000)
+    EXPECT_TRUE(us > real - 50000 && us < real + 50000 && now.microseconds < 1000000)
         << us << " us, in " << real << " us";
 }
 

@@ -10,7 +10,6 @@ root=$(mktemp -d /tmp/aipq_package_XXXXXX)
 trap 'rm -rf "$root"' EXIT
 for package in aipq-manager aipq-ai-service aipq-host-kit; do
   deb=$(ls "$build"/packages/"$package"_*_amd64.deb)
-  [ "$(dpkg-deb -f "$deb" Architecture)" = amd64 ]
   dpkg -x "$deb" "$root"
 done
 for unit in ai_manager ai_service; do

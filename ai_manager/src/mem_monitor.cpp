@@ -96,12 +96,18 @@ int MemoryMonitor::parserMemorySize(std::string key, std::string line) {
         return -1;
     }
     // A malformed line must not end the daemon: the field keeps -1 and the line is named.
+    std::string problem = "negative";
     try {
-        return std::stoi(line.substr(pos + key.size() + 1), nullptr, 10);
+        int value = std::stoi(line.substr(pos + key.size() + 1), nullptr, 10);
+        // Kilobytes are never negative, and -1 has to keep meaning "no such key".
+        if (value >= 0) {
+            return value;
+        }
     } catch (const std::logic_error& e) {
-        AM_LOGE("refused line for %s (%s): [%s].\n", key.c_str(), e.what(), withoutLineEnd(line).c_str());
-        return -1;
+        problem = e.what();
     }
+    AM_LOGE("refused line for %s (%s): [%s].\n", key.c_str(), problem.c_str(), withoutLineEnd(line).c_str());
+    return -1;
 }
 
 MemoryState MemoryMonitor::getMemoryState(MemoryInfo* info) {

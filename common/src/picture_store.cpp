@@ -86,9 +86,10 @@ void PictureStore::savePicture(korvane::ai::PictureData* pPictureData, const cha
     AC_LOGD("fullPath :%s\n", fullPath);
 
     const int channels = getChannels(pPictureData->colorMode);
-    const int oriWidthStep = width * channels;
-    const int destWidthStep = width * kBmpBytesPerPixel;
-    AC_LOGD("oriWidthStep: %d, destWidthStep: %d.\n", oriWidthStep, destWidthStep);
+    // 64-bit: the width of an empty picture (no rows) may be anything.
+    const long long oriWidthStep = static_cast<long long>(width) * channels;
+    const long long destWidthStep = static_cast<long long>(width) * kBmpBytesPerPixel;
+    AC_LOGD("oriWidthStep: %lld, destWidthStep: %lld.\n", oriWidthStep, destWidthStep);
 
     // A negative width or height gives an empty picture rather than a huge allocation.
     const size_t rowBytes = destWidthStep > 0 ? static_cast<size_t>(destWidthStep) : 0;
@@ -117,8 +118,9 @@ void PictureStore::savePicture(korvane::ai::PictureData* pPictureData, const cha
         srcRow += oriWidthStep;
     }
 
-    // Both size fields leave out the row padding, although the rows in the file carry it.
-    const uint32_t imageSize = static_cast<uint32_t>(destWidthStep) * static_cast<uint32_t>(height);
+    // Both size fields leave out the row padding, although the rows in the file carry it. They count
+    // the rows written, so that a negative width or height gives the empty picture's sizes.
+    const uint32_t imageSize = static_cast<uint32_t>(rowBytes * rows);
     unsigned char fileType[2] = {'B', 'M'};
     unsigned char fileHeader[kFileHeaderSize - 2];
     std::memset(fileHeader, 0, sizeof(fileHeader));

@@ -2,8 +2,8 @@
 # Sets up the machine, builds and runs every test: the release build with all unit and
 # end-to-end tests; a 3-minute soak of the host TV (3 virtual hours); the daemon on the stub
 # platform layer; the Debian packages, installed and run; then all tests again under
-# AddressSanitizer+UBSan and ThreadSanitizer, then everything built for arm64 and armhf and
-# tested under qemu.
+# AddressSanitizer+UBSan and ThreadSanitizer; every fuzz target for 30 s; then everything built
+# for arm64 and armhf and tested under qemu.
 #
 #   scripts/test_all.sh [--quick]    --quick: release build only, no sanitizer passes
 set -euo pipefail
@@ -41,6 +41,9 @@ if [ "$quick" -eq 0 ]; then
   bash tests/package/installed_package_test.sh build
   run_preset asan
   run_preset tsan
+  # Every fuzz target for 30 s (clang, ASan+UBSan); a finding fails the run and its reproducer is
+  # kept in fuzz/<target>/findings: about 3 minutes.
+  bash scripts/fuzz.sh 30
   # ARM builds against Debian sysroots (made once, kept in /var/cache/aipq), tests under qemu.
   bash scripts/cross_arm.sh arm64 armhf
 fi

@@ -177,7 +177,7 @@ TEST(OsalContract, TimedWaitEndsAtItsDeadlineOrOnTheSignal) {
     pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
     bool signalled = false;
     std::thread signaller([&] {
-        std::this_thread::sleep_for(1500ms);  // into the third wait
+        std::this_thread::sleep_for(2500ms);  // well into the third wait
         pthread_mutex_lock(&mutex);
         signalled = true;
         pthread_cond_signal(&cond);

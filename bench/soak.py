@@ -344,6 +344,11 @@ def write_samples(path, samples):
     keys = ["minute", "hour", "rows", "late_ms"] + [f"{p}_{k}" for p in ("daemon", "service")
                                                    for k in ("pid", "rss", "pss", "private", "fds", "threads",
                                                              "log", "cpu_ms")]
+    # Log growth over the virtual hour before each sample: per minute it only follows the script.
+    for name in ("daemon_log", "service_log", "rows"):
+        for i, s in enumerate(samples):
+            s[f"{name}_hour"] = sum(x.get(name) or 0 for x in samples[i - 59:i + 1]) if i >= 60 else None
+    keys += ["daemon_log_hour", "service_log_hour", "rows_hour"]
     with open(path, "w") as f:
         f.write("\t".join(keys) + "\n")
         for s in samples:
@@ -377,12 +382,12 @@ set yrange [0:*]
 set offsets 0, 0, 1, 0
 plot "{tsv}" using 2:9 with steps title "daemon fds", "" using 2:10 with steps title "daemon threads", \\
      "" using 2:17 with steps title "service fds", "" using 2:18 with steps title "service threads"
-set ylabel "log kB per virtual minute"
-set y2label "rows applied per virtual minute"
+set ylabel "daemon log, kB in the hour before"
+set y2label "AI service log, kB in the hour before"
 set y2range [0:*]
 set y2tics
-plot "{tsv}" using 2:($11/1024) with lines title "daemon log kB", "" using 2:($19/1024) with lines \\
-     title "service log kB", "" using 2:3 axes x1y2 with lines title "rows applied"
+plot "{tsv}" using 2:($21/1024) with lines title "daemon log", "" using 2:($22/1024) axes x1y2 \\
+     with lines title "service log"
 unset multiplot
 """
     subprocess.run(["gnuplot"], input=script, text=True, check=True)

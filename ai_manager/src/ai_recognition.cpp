@@ -132,15 +132,16 @@ void AIRecognition::init(PictureCapture* pictureCapture, MemoryMonitor* memoryMo
     m_pRecognitionManager = recognitionManager;
     m_pSystemStateManager = systemStateManager;
 
+    // Before the TV information is subscribed: its first player state can start a worker that resets too.
+    if (m_pRecognitionManager != nullptr) {
+        m_pRecognitionManager->reset();
+    }
     if (m_pPictureCapture != nullptr) {
         m_pPictureCapture->start();
     }
     if (m_pSystemInfoManager != nullptr) {
         m_pSystemInfoManager->setObserver(this);
         m_pSystemInfoManager->start();
-    }
-    if (m_pRecognitionManager != nullptr) {
-        m_pRecognitionManager->reset();
     }
 }
 

@@ -185,6 +185,23 @@ TEST_F(ControllerTest, AipqNotificationRacingTheGateTestIsNeverLost) {
     }
 }
 
+// Only a source that forbids recognition stops the worker, and at once (stop joins it).
+TEST_F(ControllerTest, ASourceChangeStopsTheWorkerOnlyForASourceThatForbidsRecognition) {
+    wire();
+    controller.start();
+    for (int source : {1, 9, 7}) {
+        info.sourceType = source;
+        controller.handleSourceAndAppChanged(SourceType(source));
+        const int done = recognition.recognitions.value();
+        if (source != 7) {
+            EXPECT_TRUE(recognition.recognitions.waitAtLeast(done + 2)) << source << " stopped the worker";
+        } else {
+            std::this_thread::sleep_for(200ms);
+            EXPECT_EQ(recognition.recognitions.value(), done) << source << " left the worker running";
+        }
+    }
+}
+
 struct Gate {
     const char* name;
     int timeout;  // seconds; 0 when only a notification ends the wait

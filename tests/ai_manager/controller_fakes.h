@@ -31,6 +31,12 @@ struct AIRecognitionTestPeer {
     static int32_t loopInteval(AIRecognition& r) { return r.m_loopInteval; }
     static void setLoopInteval(AIRecognition& r, int32_t v) { r.m_loopInteval = v; }
     static unsigned char* backupPicture(AIRecognition& r) { return r.m_pBackupPicture; }
+    // The worker tests the HDR gate and waits under this mutex: once the test holds it after a
+    // test of the gate, the worker is inside the wait.
+    static void untilInTheHdrWait(AIRecognition& r) {
+        pthread_mutex_lock(&r.m_hdrTypeMutex);
+        pthread_mutex_unlock(&r.m_hdrTypeMutex);
+    }
     // A display that was never initialised draws nothing and needs no DirectFB.
     static void showInertOverlay(AIRecognition& r) {
         r.m_showDebugWindow = true;

@@ -243,6 +243,9 @@ TEST_P(GateTest, OnlyValuesThatMayReopenItWakeTheWorkerAndStopLeavesEveryGateBut
             EXPECT_EQ(g.tests(*this).value(), tests) << v.first << " cannot reopen the gate, yet woke it";
         }
     }
+    if (g.timeout == 30) {
+        Peer::untilInTheHdrWait(controller);  // a stop before the wait would skip it
+    }
     const auto t0 = std::chrono::steady_clock::now();
     controller.stop();
     const auto ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();

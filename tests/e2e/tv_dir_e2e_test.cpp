@@ -57,10 +57,11 @@ TEST_F(TvDirE2E, WhatStandsForAStateFileReadsAsZeroWithoutBlockingAndTvctlWrites
 }
 
 // Deleted and made again, or swapped under a symlink; a change written before the daemon watches
-// the new directory is seen as well.
+// the new directory is seen as well. The daemon may be writing a PQ row into the directory while
+// rm empties it, which then fails as not empty: rm again.
 TEST_F(TvDirE2E, ReplacedDirectoryIsWatchedAgainAndAipqOffParksTheWorker) {
     const std::pair<std::string, std::string> cases[] = {
-        {"", "rm -r $D"},
+        {"", "rm -rf $D || rm -rf $D || rm -rf $D"},
         {"mv $D $D.a && ln -s $D.a $D", "mkdir $D.b && ln -s $D.b $D.n && mv -T $D.n $D"},
     };
     startService();

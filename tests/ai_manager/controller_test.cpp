@@ -189,11 +189,12 @@ TEST_F(ControllerTest, AipqNotificationRacingTheGateTestIsNeverLost) {
 TEST_F(ControllerTest, ASourceChangeStopsTheWorkerOnlyForASourceThatForbidsRecognition) {
     wire();
     controller.start();
-    for (int source : {1, 9, 7}) {
+    const SourceType forbidding = SourceType(7);
+    for (SourceType source : {SOURCE_TYPE_1, SOURCE_TYPE_9, forbidding}) {
         info.sourceType = source;
-        controller.handleSourceAndAppChanged(SourceType(source));
+        controller.handleSourceAndAppChanged(source);
         const int done = recognition.recognitions.value();
-        if (source != 7) {
+        if (source != forbidding) {
             EXPECT_TRUE(recognition.recognitions.waitAtLeast(done + 2)) << source << " stopped the worker";
         } else {
             std::this_thread::sleep_for(200ms);
@@ -230,8 +231,9 @@ protected:
 
 TEST_P(GateTest, OnlyValuesThatMayReopenItWakeTheWorkerAndStopLeavesEveryGateButHdr) {
     const Gate& g = GetParam();
+    const bool isHdr = g.timeout == 30;
     // Timed waits outlast the checks; HDR's must also end soon after the stop it ignores.
-    parkAtTheGate(g.timeout == 30 ? 10.0 : 1.0);
+    parkAtTheGate(isHdr ? 10.0 : 1.0);
     for (const auto& v : g.values) {
         const int tests = g.tests(*this).value();
         g.notify(*this, v.first);
@@ -243,13 +245,13 @@ TEST_P(GateTest, OnlyValuesThatMayReopenItWakeTheWorkerAndStopLeavesEveryGateBut
             EXPECT_EQ(g.tests(*this).value(), tests) << v.first << " cannot reopen the gate, yet woke it";
         }
     }
-    if (g.timeout == 30) {
+    if (isHdr) {
         Peer::untilInTheHdrWait(controller);  // a stop before the wait would skip it
     }
     const auto t0 = std::chrono::steady_clock::now();
     controller.stop();
     const auto ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
-    if (g.timeout == 30) {
+    if (isHdr) {
         EXPECT_GT(ms, 1000.0) << "the HDR wait is left to its time-out";
     } else {
         EXPECT_LT(ms, 1500.0) << "stop must release this gate";

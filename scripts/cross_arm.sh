@@ -10,6 +10,7 @@
 # presets' own: build-arm64/ and build-armhf/. Idempotent; needs root (apt, binfmt_misc).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/debian_sources.sh
 
 run_tests=1
 build=1
@@ -67,18 +68,6 @@ register_binfmt() {
   done
 }
 
-# The host's own Debian sources, so the sysroot comes from the same mirror and release as the
-# cross compilers; AIPQ_DEBIAN_MIRROR overrides.
-mirror_args() {
-  if [ -n "${AIPQ_DEBIAN_MIRROR:-}" ]; then
-    echo "$AIPQ_DEBIAN_MIRROR"
-  elif [ -f /etc/apt/sources.list.d/debian.sources ]; then
-    echo /etc/apt/sources.list.d/debian.sources
-  elif grep -qs '^deb ' /etc/apt/sources.list; then
-    echo /etc/apt/sources.list
-  fi
-}
-
 make_sysroot() {
   local arch=$1 triplet dest tmp want suite
   triplet=$(triplet_of "$arch")
@@ -94,11 +83,12 @@ make_sysroot() {
   tmp=$cache/.sysroot-$arch.partial
   rm -rf "$tmp"
   local mirror
-  mirror=$(mirror_args)
+  # The host's own sources, so the sysroot comes from the same mirror as the cross compilers.
+  mirror=$(aipq_debian_sources) || return 1
   # A mirror caught mid-sync fails an index download, and a stale proxy may keep serving the
   # security suite's old index: after two tries, the release and its updates alone will do.
   local try
-  local -a mirrors=(${mirror:+"$mirror"})
+  local -a mirrors=("$mirror")
   for try in 1 2 3; do
     rm -rf "$tmp"
     mmdebstrap --quiet --variant=extract --arch="$arch" \
@@ -109,8 +99,7 @@ make_sysroot() {
       sleep 20
     else
       local uri
-      uri=$(sed -n 's/^URIs: *\([^ ]*\).*/\1/p; s/^deb \(\[[^]]*\] \)\?\([^ ]*\).*/\2/p' "${mirror:-/dev/null}" | head -1)
-      uri=${uri:-http://deb.debian.org/debian}
+      uri=$(aipq_debian_uri "$mirror") || return 1
       mirrors=("deb $uri $suite main" "deb $uri $suite-updates main")
       echo "=== [cross] mmdebstrap failed again: without the security suite, from $uri"
     fi

@@ -226,7 +226,6 @@ void AIRecognition::startAiRecognitionThread() {
     AM_ENTER();
     UniqueLock lock(&m_threadMutex);
     if (m_shuttingDown) {
-        AM_LOGD("shutting down, no ai recognition thread is started.\n");
         return;
     }
     if (m_loopAIRecognition) {

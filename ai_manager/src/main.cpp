@@ -32,8 +32,7 @@ int main() {
         osalWaitExitRequest(floorWait * 1000u);
     }
     if (osalWaitExitRequest(0)) {
-        AM_LOGD("exit requested before start, nothing to tear down.\n");
-        _exit(0);
+        _exit(0);  // nothing built yet, nothing to tear down
     }
 
     PictureCapture* pictureCapture = new PictureCapture();

@@ -25,7 +25,7 @@ constexpr int kPollStepMs = 50;
 constexpr int kStopPollStepMs = 1000;
 constexpr int kRequestLimitMs = 10000;
 constexpr int kInitFailureLines = 11;
-constexpr int kSendReadyWaitSeconds = 1;
+constexpr int kSendReadyWaitMs = 1000;
 
 // The request functions take the command as a writable buffer, as the queue message is.
 struct Command {
@@ -45,29 +45,6 @@ int32_t loadState(unsigned char* shm) {
 
 void storeState(unsigned char* shm, int32_t value) {
     __atomic_store_n(stateWord(shm), value, __ATOMIC_RELEASE);
-}
-
-// A shmget EINVAL nearly always means a segment of another size left by an older build; say so
-// in words, since "shmget Error." alone sends people hunting. Once it is removed, the next
-// request makes the segment anew.
-void explainShmgetFailure(int error) {
-    if (error != EINVAL) {
-        AM_LOGE("shmget failed with %s(%d).\n", strerror(error), error);
-        return;
-    }
-    int id = shmget(proto::kShmKey, 0, 0);
-    struct shmid_ds info;
-    if (id >= 0 && shmctl(id, IPC_STAT, &info) == 0) {
-        AM_LOGE(
-            "a shared memory segment with key %d already exists with size %zu instead of %d; remove it "
-            "with \"ipcrm -M %d\".\n",
-            proto::kShmKey, static_cast<size_t>(info.shm_segsz), proto::kShmSize, proto::kShmKey);
-    } else {
-        AM_LOGE(
-            "a shared memory segment with key %d exists with a different size; remove it with \"ipcrm "
-            "-M %d\".\n",
-            proto::kShmKey, proto::kShmKey);
-    }
 }
 
 bool sameQueue(mqd_t a, mqd_t b) {
@@ -147,9 +124,7 @@ bool RecognitionProcessManager::initShareMemory() {
     AM_LOGD("shmget key: %d, allocSize: %d.\n", proto::kShmKey, proto::kShmSize);
     int id = shmget(proto::kShmKey, proto::kShmSize, proto::kShmFlags);
     if (id < 0) {
-        int error = errno;
         AM_LOGE("shmget Error.\n");
-        explainShmgetFailure(error);
         return false;
     }
     void* addr = shmat(id, nullptr, 0);
@@ -179,12 +154,8 @@ void RecognitionProcessManager::followShareMemory() {
     }
     void* addr = id < 0 ? reinterpret_cast<void*>(-1) : shmat(id, nullptr, 0);
     if (addr == reinterpret_cast<void*>(-1)) {
-        int error = errno;
         if (!m_shareMemoryFailureLogged) {
             AM_LOGE("%s Error.\n", id < 0 ? "shmget" : "shmat");
-            if (id < 0) {
-                explainShmgetFailure(error);
-            }
             m_shareMemoryFailureLogged = true;
         }
         return;
@@ -308,8 +279,6 @@ void RecognitionProcessManager::handleSendMessageQueue() {
         struct mq_attr now;
         int res;
         if (mq_getattr(queue, &now) == 0 && now.mq_curmsgs >= now.mq_maxmsg) {
-            AM_LOGE("message queue is full (%ld messages), no AI service is reading it: not sent.\n",
-                    static_cast<long>(now.mq_curmsgs));
             errno = EAGAIN;
             res = -1;
         } else {
@@ -336,6 +305,31 @@ void RecognitionProcessManager::markSendThreadEnded() {
     pthread_mutex_unlock(&m_sendMutex);
 }
 
+bool RecognitionProcessManager::awaitSendThreadLocked(int milliseconds) {
+    // Real time, not the platform's: a host safety margin, not one of the daemon's waits.
+    struct timespec deadline;
+    clock_gettime(CLOCK_REALTIME, &deadline);
+    deadline.tv_sec += milliseconds / 1000;
+    deadline.tv_nsec += (milliseconds % 1000) * 1000000L;
+    if (deadline.tv_nsec >= 1000000000L) {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= 1000000000L;
+    }
+    while (!m_sendThreadWaiting && !m_sendThreadEnded && m_loopSendMessageQueue) {
+        if (pthread_cond_timedwait(&m_sendReadyCond, &m_sendMutex, &deadline) == ETIMEDOUT) {
+            break;
+        }
+    }
+    return m_sendThreadWaiting;
+}
+
+bool RecognitionProcessManager::awaitSendThread(int milliseconds) {
+    pthread_mutex_lock(&m_sendMutex);
+    bool waiting = awaitSendThreadLocked(milliseconds);
+    pthread_mutex_unlock(&m_sendMutex);
+    return waiting;
+}
+
 void RecognitionProcessManager::triggerMessage(char* message) {
     if (message == nullptr) {
         AM_LOGE("sendMessage is NULL.\n");
@@ -345,17 +339,7 @@ void RecognitionProcessManager::triggerMessage(char* message) {
     // The send thread's wait has no predicate: a signal given while it is still busy with the last
     // command would be lost. Give it a moment to get back to its wait; a thread that is gone or
     // stuck only costs this request its time-out, as before.
-    if (!m_sendThreadWaiting && !m_sendThreadEnded && m_loopSendMessageQueue) {
-        struct timespec deadline;
-        clock_gettime(CLOCK_REALTIME, &deadline);
-        deadline.tv_sec += kSendReadyWaitSeconds;
-        while (!m_sendThreadWaiting && !m_sendThreadEnded && m_loopSendMessageQueue) {
-            if (osalCondTimedWait(&m_sendReadyCond, &m_sendMutex, &deadline) == ETIMEDOUT) {
-                AM_LOGE("send thread not ready, %s may not be sent.\n", message);
-                break;
-            }
-        }
-    }
+    awaitSendThreadLocked(kSendReadyWaitMs);
     // This command takes the waiting thread; the next one waits for it to come back.
     m_sendThreadWaiting = false;
     std::memset(m_sendMessage, 0, sizeof(m_sendMessage));
@@ -371,9 +355,8 @@ int RecognitionProcessManager::handleMessage(bool withData, char* message, void*
         return 1;
     }
     followShareMemory();
+    // Without a segment there is no state word to post: refused like a failed request.
     if (m_pShareMemory == nullptr) {
-        AM_LOGE("shared memory is not attached, request %s cannot be sent.\n",
-                message != nullptr ? message : "(null)");
         return 1;
     }
     storeState(m_pShareMemory, proto::kStatePosted);
@@ -390,7 +373,6 @@ int RecognitionProcessManager::handleMessage(bool withData, char* message, void*
 
 int RecognitionProcessManager::waitMessageFinished(void* out) {
     if (m_pShareMemory == nullptr) {
-        AM_LOGE("shared memory is not attached, nothing to wait for.\n");
         return 1;
     }
     const unsigned char* payload = m_pShareMemory + proto::kPayloadOffset;
@@ -442,7 +424,6 @@ int RecognitionProcessManager::waitMessageFinished(void* out) {
 
 int RecognitionProcessManager::waitStopAiServiceFinished() {
     if (m_pShareMemory == nullptr) {
-        AM_LOGE("shared memory is not attached, nothing to wait for.\n");
         return 1;
     }
     for (int timeSum = 0;; timeSum += kStopPollStepMs) {

@@ -16,23 +16,27 @@ int str2int(const char* text, int fallback) {
         AC_LOGE("pStr is NULL.\n");
         return fallback;
     }
-    // std::stoi leaves ERANGE in errno where long is as narrow as int (32-bit ARM); the caller's
-    // errno must come back whatever the text was.
+    // An ERANGE the conversion sets is the caller's to see; otherwise its own errno comes back.
+    // The conversion's errno is taken before any log line, which may set errno of its own.
     const int savedErrno = errno;
+    errno = 0;
+    const char* failure = nullptr;
     int value = fallback;
     try {
         value = std::stoi(std::string(text), nullptr, 10);
     } catch (const std::invalid_argument&) {
-        AC_LOGE("fail: invalid argument.\n");
-        value = fallback;
+        failure = "fail: invalid argument.\n";
     } catch (const std::out_of_range&) {
-        AC_LOGE("fail: out of range.\n");
-        value = fallback;
+        failure = "fail: out of range.\n";
     } catch (...) {
-        AC_LOGE("fail: others.\n");
+        failure = "fail: others.\n";
+    }
+    const int conversionErrno = errno;
+    if (failure != nullptr) {
+        AC_LOGE("%s", failure);
         value = fallback;
     }
-    errno = savedErrno;
+    errno = conversionErrno != 0 ? conversionErrno : savedErrno;
     return value > 0 ? value : fallback;
 }
 

@@ -159,14 +159,10 @@ bool GraphicContextDFB::drawText(std::string text, int x, int y, unsigned char r
         OVL_LOGE("No content to render.\n");
         return false;
     }
-    if (m_font == nullptr) {
-        // DirectFB draws no text without a font; a missing font file must not stop the overlay.
-        OVL_LOGE("No font to draw text\n");
-        return false;
-    }
     m_canvas->SetColor(m_canvas, r, g, b, a);
+    // Without a font (loadFont has logged why) DirectFB refuses SetFont and DrawString; a null
+    // font is never asked its height, which would crash, so the lines are stacked at height 0.
     m_canvas->SetFont(m_canvas, m_font);
-
     const auto textFlags = static_cast<DFBSurfaceTextFlags>(flags);
     std::vector<std::string> lines;
     // Adjacent newlines are not merged: an empty line keeps its place.
@@ -177,7 +173,9 @@ bool GraphicContextDFB::drawText(std::string text, int x, int y, unsigned char r
     }
 
     int fontHeight = 0;
-    m_font->GetHeight(m_font, &fontHeight);
+    if (m_font != nullptr) {
+        m_font->GetHeight(m_font, &fontHeight);
+    }
     for (const std::string& line : lines) {
         m_canvas->DrawString(m_canvas, line.c_str(), -1, x, y, textFlags);
         y += fontHeight + lineSpacing;

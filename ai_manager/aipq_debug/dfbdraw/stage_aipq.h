@@ -131,7 +131,8 @@ private:
     std::map<std::string, ImageResource*> m_resources;
     std::vector<RenderObject*> m_renderObjects;
     uint32_t backgroundColor = 0x96808080;  // half-transparent grey
-    std::string m_path;                     // PATH at construction, kept for diagnostics
+    [[maybe_unused]] int32_t m_reserved = 0;
+    std::string m_path;  // PATH at construction, kept for diagnostics
 };
 
 }  // namespace korvane

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ai_recognition.h"
@@ -57,25 +58,40 @@ struct EventCounter {
     }
 };
 
-// The TV's answers to the info manager's queries, set by the test; it never notifies.
+// The TV's answers to the info manager's queries, set by the test; it never notifies. Calls are
+// traced in order: registrations in capitals, queries in small letters.
 struct FakeTv : SystemInfoInterface {
     std::atomic<int> source{0}, encrypted1{0}, encrypted6Or9{0};
-    void setAIPQChangedCallback(AIPQChangedCallback, void*) override {}
-    void setSourceTypeChangedCallback(SourceTypeChangedCallback, void*) override {}
-    void setPlayerStateChangedCallback(PlayerStateChangedCallback, void*) override {}
-    void setStreamEncryptedChangedCallback(StreamEncryptedChangedCallback, void*) override {}
-    void setVideoInfoHDRTypeChangedCallback(VideoInfoHDRTypeChangedCallback, void*) override {}
-    void setVideoGameModeChangedCallback(VideoGameModeChangedCallback, void*) override {}
+    std::string trace() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return std::exchange(m_trace, "");
+    }
+    void setAIPQChangedCallback(AIPQChangedCallback, void*) override { note('A'); }
+    void setSourceTypeChangedCallback(SourceTypeChangedCallback, void*) override { note('S'); }
+    void setPlayerStateChangedCallback(PlayerStateChangedCallback, void*) override { note('P'); }
+    void setStreamEncryptedChangedCallback(StreamEncryptedChangedCallback, void*) override { note('E'); }
+    void setVideoInfoHDRTypeChangedCallback(VideoInfoHDRTypeChangedCallback, void*) override { note('H'); }
+    void setVideoGameModeChangedCallback(VideoGameModeChangedCallback, void*) override { note('G'); }
     int setAIPQSwitchState(bool) override { return 0; }
-    bool getAIPQSwitchState() override { return false; }
-    bool getAIPQAvailable() override { return false; }
-    SourceType getSourceType() override { return SourceType(source.load()); }
-    PlayerState getPlayerState() override { return PLAYER_STATE_STOPPED; }
-    bool getStreamEncryptedSource6Or9() override { return encrypted6Or9; }
-    bool getStreamEncryptedSource1() override { return encrypted1; }
-    VideoInfoHDRType getVideoInfoHDRType() override { return VIDEO_INFO_HDR_TYPE_0; }
-    VideoGameMode getVideoGameMode() override { return VIDEO_GAME_MODE_OFF; }
-    bool getAIPQSupported() override { return false; }
+    bool getAIPQSwitchState() override { return note('a', false); }
+    bool getAIPQAvailable() override { return note('v', false); }
+    SourceType getSourceType() override { return note('s', SourceType(source.load())); }
+    PlayerState getPlayerState() override { return note('p', PLAYER_STATE_STOPPED); }
+    bool getStreamEncryptedSource6Or9() override { return note('6', encrypted6Or9 != 0); }
+    bool getStreamEncryptedSource1() override { return note('1', encrypted1 != 0); }
+    VideoInfoHDRType getVideoInfoHDRType() override { return note('h', VIDEO_INFO_HDR_TYPE_0); }
+    VideoGameMode getVideoGameMode() override { return note('g', VIDEO_GAME_MODE_OFF); }
+    bool getAIPQSupported() override { return note('u', false); }
+
+private:
+    template <typename V = int>
+    V note(char c, V v = V()) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_trace += c;
+        return v;
+    }
+    std::mutex m_mutex;
+    std::string m_trace;
 };
 
 // What the controller reads of the TV state, set by the test. The gates' reads count as tests of
@@ -85,10 +101,10 @@ public:
     FakeSystemInfoManager() : SystemInfoManager(std::make_shared<FakeTv>()) {}
     std::atomic<bool> aipqEnable{true}, encrypted{false};
     std::atomic<int> gameMode{0}, hdrType{1}, playerState{2}, sourceType{2};
-    EventCounter aipqOffReads, gameModeTests, hdrTests, encryptedTests;
+    EventCounter aipqOffReads, gameModeTests, hdrTests, encryptedTests, starts;
 
     // Not subscribed to the TV: the test sets the state.
-    void start() override {}
+    void start() override { starts.bump(); }
     void stop() override {}
     bool getAIPQEnable() override { return aipqEnable ? true : counted(aipqOffReads, false); }
     bool getStreamEncryptedForced() override { return counted(encryptedTests, encrypted.load()); }
@@ -116,6 +132,7 @@ class FakeRecognitionManager : public RecognitionManagerBase {
 public:
     EventCounter recognitions, releases, loadStateReads;
     std::atomic<bool> modelLoaded{false};
+    std::atomic<unsigned> busySeconds{0};  // each recognition takes this long on the platform's clock
 
     void queue(int result, svc::AiPQPredictLabel label) {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -133,7 +150,10 @@ public:
     int loadAiServiceEnv() override { return note('E'); }
     int recognitionPicture(korvane::ai::PictureData*, svc::AiPQPredictLabel& current,
                            svc::AiPQPredictLabel& previous, std::vector<svc::TelvoAiPQPredict>*) override {
+        const double begun = uptime();
+        osalSleep(busySeconds);
         std::lock_guard<std::mutex> lock(m_mutex);
+        m_spans.push_back({begun, uptime()});
         std::pair<int, svc::AiPQPredictLabel> a{0, svc::Sky};
         if (!m_answers.empty()) {
             a = m_answers.front();
@@ -156,6 +176,16 @@ public:
     int stopAiService() override { return 0; }
     svc::AiServiceModelConfig& config() { return m_modelConfig; }
     svc::AiPQPredictLabel& lastLabel() { return m_lastLabel; }
+    // When each recognition began and ended, in platform seconds.
+    std::vector<std::pair<double, double>> spans() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_spans;
+    }
+    static double uptime() {
+        OsalTime t;
+        osalGetUptime(&t);
+        return static_cast<double>(t.seconds) + t.microseconds / 1e6;
+    }
 
 private:
     int note(char c) {
@@ -166,6 +196,7 @@ private:
     std::mutex m_mutex;
     std::deque<std::pair<int, svc::AiPQPredictLabel>> m_answers;
     std::string m_trace;
+    std::vector<std::pair<double, double>> m_spans;
 };
 
 class FakeCapture : public PictureCapture {

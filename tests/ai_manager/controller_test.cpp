@@ -2,7 +2,10 @@
 // a log line, the only trace of a call into a controller that is wired to nothing.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <chrono>
+#include <fstream>
 #include <regex>
 #include <string>
 #include <thread>
@@ -18,11 +21,7 @@ using T = ControllerTestBase;
 
 namespace {
 
-double uptime() {
-    OsalTime t;
-    osalGetUptime(&t);
-    return static_cast<double>(t.seconds) + t.microseconds / 1e6;
-}
+const auto uptime = FakeRecognitionManager::uptime;
 
 // clang-format off
 // Each scene's offsets: brightness, contrast, saturation, sharpness, memc, nr, then B, S and H of
@@ -111,15 +110,22 @@ TEST_F(ControllerTest, MemoryGateThresholdsDependOnTheModelAndSetThePeriod) {
     }
 }
 
-TEST_F(ControllerTest, FirstCycleComesTwoSecondsEarly) {
-    host::setTimeScale(2.0);
+// The first cycle comes 2 s before a whole period; then the period runs from the end of one cycle
+// to the start of the next, however long the cycle took.
+TEST_F(ControllerTest, FirstCycleTwoSecondsEarlyThenAPeriodFromTheEndOfEachCycle) {
+    host::setTimeScale(4.0);
+    recognition.busySeconds = 2;
     wire();
     const double start = uptime();
     controller.start();
-    ASSERT_TRUE(recognition.recognitions.waitAtLeast(1, 10s));
-    const double first = uptime() - start;
-    EXPECT_GE(first, 2.5);
-    EXPECT_LT(first, 4.0) << "3 s after the start, not a whole period";
+    ASSERT_TRUE(recognition.recognitions.waitAtLeast(2, 30s));
+    controller.stop();
+    const auto spans = recognition.spans();
+    EXPECT_GE(spans[0].first - start, 2.5);
+    EXPECT_LT(spans[0].first - start, 4.5) << "3 s after the start, not a whole period";
+    for (size_t i = 1; i < spans.size(); ++i) {
+        EXPECT_GE(spans[i].first - spans[i - 1].second, 4.5) << "cycle " << i << " counted from a start";
+    }
 }
 
 TEST_F(ControllerTest, RetriesReloadTheEnvironmentOrTheModelEachOncePerCycle) {
@@ -185,22 +191,41 @@ TEST_F(ControllerTest, AipqNotificationRacingTheGateTestIsNeverLost) {
     }
 }
 
-// Only a source that forbids recognition stops the worker, and at once (stop joins it).
-TEST_F(ControllerTest, ASourceChangeStopsTheWorkerOnlyForASourceThatForbidsRecognition) {
+// Player state starts and stops the worker (two starts make one); a source change stops it only for
+// a source that forbids recognition and never starts one; power state 8 alone replays the TV
+// state. A stop joins the worker, so only a start after a stop makes a new thread.
+TEST_F(ControllerTest, PlayerStateAndSourceStartAndStopTheWorkerAndPowerStateEightReplays) {
     wire();
-    controller.start();
-    const SourceType forbidding = SourceType(7);
-    for (SourceType source : {SOURCE_TYPE_1, SOURCE_TYPE_9, forbidding}) {
+    const auto threads = [&] { return log.count("create thread success."); };
+    const auto play = [&](int state) {
+        info.playerState = state;
+        controller.handlePlayerStateChanged(PlayerState(state));
+    };
+    play(1);
+    play(2);
+    EXPECT_EQ(threads(), 1);
+    EXPECT_EQ(log.count("ai recognition thread is started, do not need to start again."), 1);
+    for (int stopping : {0, 3}) {
+        play(stopping);
+        for (SourceType source : {SOURCE_TYPE_1, SOURCE_TYPE_9}) {
+            info.sourceType = source;
+            controller.handleSourceAndAppChanged(source);
+        }
+        play(1);
+        EXPECT_EQ(threads(), stopping == 0 ? 2 : 3) << "after player state " << stopping;
+    }
+    for (SourceType source : {SOURCE_TYPE_1, SOURCE_TYPE_9, SourceType(7)}) {
         info.sourceType = source;
         controller.handleSourceAndAppChanged(source);
-        const int done = recognition.recognitions.value();
-        if (source != forbidding) {
-            EXPECT_TRUE(recognition.recognitions.waitAtLeast(done + 2)) << source << " stopped the worker";
-        } else {
-            std::this_thread::sleep_for(200ms);
-            EXPECT_EQ(recognition.recognitions.value(), done) << source << " left the worker running";
-        }
+        info.sourceType = SOURCE_TYPE_1;
+        play(1);
     }
+    EXPECT_EQ(threads(), 4) << "source 7, and it alone, stops the worker";
+    const int starts = info.starts.value();
+    for (int state = 0; state <= 10; ++state) {
+        controller.handleTVPowerStateChanged(TVPowerState(state));
+    }
+    EXPECT_EQ(info.starts.value(), starts + 1);
 }
 
 struct Gate {
@@ -393,11 +418,30 @@ TEST_F(InfoManagerTest, EncryptionFollowsTheStreamModeOfTheCurrentSource) {
     }
 }
 
-TEST_F(InfoManagerTest, PermittedSources) {
-    const char* const permitted = "01111110010";  // 0 to 10
-    for (int s = 0; s <= 10; ++s) {
-        manager.handleSourceTypeChanged(SourceType(s));
-        EXPECT_EQ(manager.enableSourceType(), permitted[s] == '1') << "source " << s;
+// Registered before anything is read, so a change during start-up is not lost; then the whole
+// state is read and pushed in the gates' order, on every start (power state 8 starts it again).
+TEST_F(InfoManagerTest, StartRegistersThenReadsThenPushesTheWholeStateEveryTime) {
+    tv->source = 9;
+    for (int round = 0; round < 2; ++round) {
+        log.clear();
+        manager.start();
+        EXPECT_EQ(tv->trace(), "ASPEHGavsp6hgu");
+        EXPECT_EQ(controllerCalls(log),
+                  (std::vector<std::string>{"aipqEnable: 0", "sourceType: 9", "encrtypted: 0",
+                                            "playerState: 0", "videoInfoHDRType: 0", "videoGameMode: 0"}));
+    }
+}
+
+TEST_F(InfoManagerTest, PermittedSourcesPlayerStatesAndHdrTypes) {
+    // From -1 to 10.
+    const std::string sources = "001111110010", playerStates = "001100000000", hdrTypes = "001000000000";
+    for (int v = -1; v <= 10; ++v) {
+        manager.handleSourceTypeChanged(SourceType(v));
+        manager.handlePlayerStateChanged(PlayerState(v));
+        manager.handleVideoInfoHDRTypeChanged(VideoInfoHDRType(v));
+        EXPECT_EQ(manager.enableSourceType(), sources[v + 1] == '1') << "source " << v;
+        EXPECT_EQ(manager.enablePlayerState(), playerStates[v + 1] == '1') << "player state " << v;
+        EXPECT_EQ(manager.enableVideoInfoHDRType(), hdrTypes[v + 1] == '1') << "HDR type " << v;
     }
 }
 
@@ -440,6 +484,23 @@ TEST(MemoryMonitorTest, ReadsEachFieldFromTheFirstLineThatParses) {
     }
     monitor.updateMemoryState();
     EXPECT_EQ(monitor.getMemoryState(), MemoryStateLack) << "no MemAvailable";
+}
+
+// One notice per 50 tests of the marker, so one per 5 s when it is tested every 100 ms; a slower
+// poll gives fewer over the same span, a faster one more.
+TEST(ProcessEntryTest, TheReadinessMarkerIsTestedEveryTenthOfASecond) {
+    LogCapture log;
+    host::setTimeScale(10.0);
+    unlink("/var/run/BIZREADY2");
+    const double begun = uptime();
+    std::thread waiter(wait_for_bizready);
+    log.waitFor("waiting 5s for service ready!", 60s, 3);
+    std::ofstream("/var/run/BIZREADY2").close();
+    waiter.join();
+    const double fives = (uptime() - begun) / 5;
+    host::setTimeScale(1.0);
+    EXPECT_GE(log.count("waiting 5s for service ready!"), fives / 2);
+    EXPECT_LE(log.count("waiting 5s for service ready!"), fives + 1);
 }
 
 TEST(ProcessEntryTest, NothingStartsInTheFirstThirtySecondsAfterBoot) {

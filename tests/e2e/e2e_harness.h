@@ -98,8 +98,7 @@ protected:
         return extra;
     }
     void startService() {
-        m_service.reset(new ChildProcess(
-            {kBin + "/ai_service", "--trace", m_work + "/trace", "--record", m_work + "/raw"}, env({})));
+        m_service.reset(new ChildProcess({kBin + "/ai_service", "--trace", m_work + "/trace"}, env({})));
     }
     void startDaemon(const std::vector<std::string>& extraEnv = {}) {
         m_daemon.reset(new ChildProcess({kBin + "/ai_manager"}, env(extraEnv)));

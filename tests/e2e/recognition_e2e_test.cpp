@@ -25,25 +25,15 @@ TEST_F(RecognitionE2E, EveryCapturedFrameIsClassifiedAndEachNewSceneApplied) {
     }
     stop(*m_daemon);
 
-    // Cold start in this order, then predictions only; the model goes (and goes again, as the
-    // last command is re-sent) when the worker stops.
-    const std::vector<std::string> cold = {proto::kCmdInitAiService, proto::kCmdGetModelConfig,
-                                           proto::kCmdSetModelConfig, proto::kCmdSetAiType,
-                                           proto::kCmdLoadModel};
+    // After the cold start (its order and framing are the client's own tests), predictions only;
+    // the model goes (and goes again, as the last command is re-sent) when the worker stops.
     std::vector<std::string> sent = commands();
     ASSERT_GE(sent.size(), 10u);
-    EXPECT_EQ(std::vector<std::string>(sent.begin(), sent.begin() + 5), cold);
     auto end = std::find_if(sent.begin() + 5, sent.end(),
                             [](const std::string& c) { return c != proto::kCmdPredict; });
     EXPECT_GE(end - sent.begin(), 10);
     EXPECT_EQ(std::vector<std::string>(end, sent.end()),
               std::vector<std::string>(static_cast<size_t>(sent.end() - end), proto::kCmdReleaseModel));
-    // Each message is 40 bytes: the command, then NULs.
-    const std::string raw = readFile(m_work + "/raw");
-    ASSERT_EQ(raw.size(), sent.size() * 40);
-    for (size_t i = 0; i < sent.size(); ++i) {
-        EXPECT_EQ(raw.substr(i * 40, 40), sent[i] + std::string(40 - sent[i].size(), '\0')) << i;
-    }
 
     // The first picture too, whose start the configuration exchange had overwritten.
     std::vector<std::string> captured = fingerprints(m_daemon->output(), " captured, ");

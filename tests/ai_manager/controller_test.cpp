@@ -207,12 +207,14 @@ TEST_F(ControllerTest, PlayerStateAndSourceStartAndStopTheWorkerAndPowerStateEig
     EXPECT_EQ(log.count("ai recognition thread is started, do not need to start again."), 1);
     for (int stopping : {0, 3}) {
         play(stopping);
+        const int before = threads();
         for (SourceType source : {SOURCE_TYPE_1, SOURCE_TYPE_9}) {
             info.sourceType = source;
             controller.handleSourceAndAppChanged(source);
         }
+        EXPECT_EQ(threads(), before) << "a source change started a worker";
         play(1);
-        EXPECT_EQ(threads(), stopping == 0 ? 2 : 3) << "after player state " << stopping;
+        EXPECT_EQ(threads(), before + 1) << "player state " << stopping << " left the worker running";
     }
     for (SourceType source : {SOURCE_TYPE_1, SOURCE_TYPE_9, SourceType(7)}) {
         info.sourceType = source;

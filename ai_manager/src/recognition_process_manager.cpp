@@ -25,7 +25,7 @@ constexpr int kPollStepMs = 50;
 constexpr int kStopPollStepMs = 1000;
 constexpr int kRequestLimitMs = 10000;
 constexpr int kInitFailureLines = 11;
-constexpr int kSendReadyWaitMs = 1000;
+constexpr int kSendReadyWaitSeconds = 1;
 
 // The request functions take the command as a writable buffer, as the queue message is.
 struct Command {
@@ -305,16 +305,11 @@ void RecognitionProcessManager::markSendThreadEnded() {
     pthread_mutex_unlock(&m_sendMutex);
 }
 
-bool RecognitionProcessManager::awaitSendThreadLocked(int milliseconds) {
+bool RecognitionProcessManager::awaitSendThreadLocked(int seconds) {
     // Real time, not the platform's: a host safety margin, not one of the daemon's waits.
     struct timespec deadline;
     clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += milliseconds / 1000;
-    deadline.tv_nsec += (milliseconds % 1000) * 1000000L;
-    if (deadline.tv_nsec >= 1000000000L) {
-        deadline.tv_sec += 1;
-        deadline.tv_nsec -= 1000000000L;
-    }
+    deadline.tv_sec += seconds;
     while (!m_sendThreadWaiting && !m_sendThreadEnded && m_loopSendMessageQueue) {
         if (pthread_cond_timedwait(&m_sendReadyCond, &m_sendMutex, &deadline) == ETIMEDOUT) {
             break;
@@ -323,9 +318,9 @@ bool RecognitionProcessManager::awaitSendThreadLocked(int milliseconds) {
     return m_sendThreadWaiting;
 }
 
-bool RecognitionProcessManager::awaitSendThread(int milliseconds) {
+bool RecognitionProcessManager::awaitSendThread(int seconds) {
     pthread_mutex_lock(&m_sendMutex);
-    bool waiting = awaitSendThreadLocked(milliseconds);
+    bool waiting = awaitSendThreadLocked(seconds);
     pthread_mutex_unlock(&m_sendMutex);
     return waiting;
 }
@@ -339,7 +334,7 @@ void RecognitionProcessManager::triggerMessage(char* message) {
     // The send thread's wait has no predicate: a signal given while it is still busy with the last
     // command would be lost. Give it a moment to get back to its wait; a thread that is gone or
     // stuck only costs this request its time-out, as before.
-    awaitSendThreadLocked(kSendReadyWaitMs);
+    awaitSendThreadLocked(kSendReadyWaitSeconds);
     // This command takes the waiting thread; the next one waits for it to come back.
     m_sendThreadWaiting = false;
     std::memset(m_sendMessage, 0, sizeof(m_sendMessage));

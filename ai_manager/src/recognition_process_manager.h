@@ -40,11 +40,11 @@ public:
     int waitStopAiServiceFinished();
     void handleSendMessageQueue();
     // True once the send thread is parked in its wait, ready for the next command; gives up after
-    // `milliseconds` of real time. triggerMessage waits so; tests may too.
-    bool awaitSendThread(int milliseconds);
+    // `seconds` of real time. triggerMessage waits so; tests may too.
+    bool awaitSendThread(int seconds);
 
 private:
-    bool awaitSendThreadLocked(int milliseconds);
+    bool awaitSendThreadLocked(int seconds);
     void markSendThreadEnded();
     // The queue the name stands for, made anew when it is missing or of another shape; -1 when
     // there is none to be had. Send thread only.

@@ -164,7 +164,7 @@ TEST_F(ClientTest, SegmentAndQueueMessagesInOrderAndTheLastOneOnceMoreOnStop) {
     for (int i = 1; i < 4; ++i) {
         EXPECT_EQ(receive(), pad40(sent[i])) << "a short command must not carry the long one's tail";
     }
-    ASSERT_TRUE(manager->awaitSendThread(5000)) << "the send thread is back in its wait";
+    ASSERT_TRUE(manager->awaitSendThread(5)) << "the send thread is back in its wait";
     manager.reset();
     // The stop's wake-up sends the last command again: the send thread's wait has no predicate.
     EXPECT_EQ(receive(), pad40("fourth"));

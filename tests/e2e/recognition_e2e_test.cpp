@@ -55,8 +55,10 @@ TEST_F(RecognitionE2E, GameModeParksTheWorkerAndWithdrawsTheScene) {
     startService();
     startDaemon();
     ASSERT_TRUE(eventually([&] { return !pqRows("pq_history").empty(); })) << m_daemon->output();
+    // The host appends to the history after it has replaced the row in force: the history's last
+    // row is the one applied, once both are written.
     auto applied = [] {
-        std::vector<std::vector<int>> rows = pqRows("pq_parameters");
+        std::vector<std::vector<int>> rows = pqRows("pq_history");
         return rows.empty() ? std::vector<int>() : rows.back();
     };
     tvctl("set game_mode 1");

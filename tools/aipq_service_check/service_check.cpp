@@ -523,8 +523,21 @@ void ServiceCheck::requeue() {
     if (serviceGone({"channel.requeue"})) {
         return;
     }
-    // A restarted daemon: its send thread unlinks the queue, the new one makes another.
+    // A restarted daemon: its send thread unlinks the queue, the new one makes another. On its way
+    // out it re-sends its last command with no request posted; that must be taken from the old
+    // queue before we post one, or the service would answer it for ours.
+    const mqd_t old = mq_open(proto::kQueueName, O_RDONLY);
     m_client.reset();
+    waitFor(
+        [&] {
+            struct mq_attr attr;
+            return old == static_cast<mqd_t>(-1) || (mq_getattr(old, &attr) == 0 && attr.mq_curmsgs == 0);
+        },
+        kRequestLimitMs);
+    if (old != static_cast<mqd_t>(-1)) {
+        mq_close(old);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(kResendQuietMs));
     const Clock::time_point start = Clock::now();
     newClient();
     const double made = std::chrono::duration<double, std::milli>(Clock::now() - start).count();

@@ -5,6 +5,7 @@
 //   silent-aitype    no answer to ai_service_set_aitype
 //   dies-on-unknown  ends on a command it does not know
 //   unordered        the two most confident records swapped
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -62,6 +63,7 @@ private:
 
 int main(int argc, char** argv) {
     osalInitOnce();
+    signal(SIGTERM, SIG_DFL);  // the platform's exit request would not reach the service's loop
     dbgInit();
     BrokenService service(argc > 1 ? argv[1] : "");
     return service.run();

@@ -80,7 +80,8 @@ TEST(ServiceCheckTest, EveryCheckPassesOnTheReferenceServiceWithEitherBackend) {
     EXPECT_NE(onnx.text.find("17 Snow"), std::string::npos) << "not the ONNX model\n" << onnx.text;
 }
 
-class BrokenServiceCheck : public ::testing::TestWithParam<std::pair<const char*, const char*>> {};
+using Fault = std::pair<std::string, std::string>;  // broken service's argument, the check it fails
+class BrokenServiceCheck : public ::testing::TestWithParam<Fault> {};
 
 TEST_P(BrokenServiceCheck, FailsExactlyTheCheckNamingTheFault) {
     const Report report = check(kBroken + " " + GetParam().first);
@@ -90,11 +91,11 @@ TEST_P(BrokenServiceCheck, FailsExactlyTheCheckNamingTheFault) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, BrokenServiceCheck,
-                         ::testing::Values(std::make_pair("record-offset", "predict.records"),
-                                           std::make_pair("late-results", "channel.results-first"),
-                                           std::make_pair("silent-aitype", "sequence.cold"),
-                                           std::make_pair("dies-on-unknown", "states.unknown-command"),
-                                           std::make_pair("unordered", "predict.order")),
+                         ::testing::Values(Fault{"record-offset", "predict.records"},
+                                           Fault{"late-results", "channel.results-first"},
+                                           Fault{"silent-aitype", "sequence.cold"},
+                                           Fault{"dies-on-unknown", "states.unknown-command"},
+                                           Fault{"unordered", "predict.order"}),
                          [](const auto& info) {
                              std::string name = info.param.first;
                              name.erase(std::remove(name.begin(), name.end(), '-'), name.end());

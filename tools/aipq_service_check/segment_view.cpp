@@ -55,7 +55,8 @@ void SegmentView::setState(int32_t value) {
                      __ATOMIC_RELEASE);
 }
 
-Answer SegmentView::timed(const std::function<int()>& call, bool settle) {
+Answer SegmentView::timed(const std::function<int()>& call, bool settle,
+                          const std::function<bool()>& giveUp) {
     Answer answer;
     if (!attach()) {
         answer.code = call();
@@ -73,10 +74,17 @@ Answer SegmentView::timed(const std::function<int()>& call, bool settle) {
     };
     std::thread watcher([&] {
         const struct timespec step = {0, 200000L};
-        while (!clientDone.load()) {
+        for (long polls = 1; !clientDone.load(); ++polls) {
             int32_t state = this->state();
             if (isFinalState(state)) {
                 record(state);
+                return;
+            }
+            if (polls % 50 == 0 && giveUp()) {
+                // It may have answered just before it went, as after a stop.
+                if (isFinalState(this->state())) {
+                    record(this->state());
+                }
                 return;
             }
             nanosleep(&step, nullptr);

@@ -37,8 +37,9 @@ public:
     void setState(int32_t value);
 
     // Runs `call`, one request of the client, while a thread of ours polls the state word every
-    // 0.2 ms. With `settle`, the head is read again kSettleMs after the client has returned.
-    Answer timed(const std::function<int()>& call, bool settle);
+    // 0.2 ms and, every 10 ms, `giveUp` (which may cut the client's wait short). With `settle`,
+    // the head is read again kSettleMs after the client has returned.
+    Answer timed(const std::function<int()>& call, bool settle, const std::function<bool()>& giveUp);
 
 private:
     uint8_t* m_segment = nullptr;

@@ -190,12 +190,23 @@ Answer ServiceCheck::request(const char* command, const void* in, int inSize, vo
             return in != nullptr ? m_client->handleMessage(true, message, const_cast<void*>(in), inSize)
                                  : m_client->handleMessage(false, message, out, 0);
         },
-        settle);
+        settle,
+        [this] {
+            // A service that has died answers nothing: the client need not wait out its 10 s.
+            if (m_service == nullptr || m_service->running()) {
+                return false;
+            }
+            m_client->abandonRequests();
+            return true;
+        });
     m_answers.emplace_back(command, answer);
     return answer;
 }
 
-std::string ServiceCheck::describe(const Answer& answer) const {
+std::string ServiceCheck::describe(const Answer& answer) {
+    if (!answer.answered && m_service != nullptr && !m_service->running()) {
+        return "no answer before the service ended";
+    }
     if (!answer.answered) {
         return "no answer within " + std::to_string(kRequestLimitMs) + " ms";
     }
@@ -356,10 +367,11 @@ void ServiceCheck::coldSequence() {
     } else if (config.gl_backend != 0 && config.gl_backend != 1) {
         problem = "gl_backend (offset 788) is " + std::to_string(config.gl_backend);
     }
-    char seen[160];
-    std::snprintf(seen, sizeof(seen), "model \"%.60s\", threads %d, allow_fp16 %d, gl_backend %d",
+    char seen[256];
+    std::snprintf(seen, sizeof(seen),
+                  "model \"%.60s\", threads %d, allow_fp16 %d, gl_backend %d; sent back with model \"%.60s\"",
                   terminated(config.model_name) ? config.model_name : "?", config.number_of_threads,
-                  config.allow_fp16, config.gl_backend);
+                  config.allow_fp16, config.gl_backend, m_client->modelConfig().model_name);
     report("config.well-formed", problem.empty() ? Verdict::Pass : Verdict::Fail,
            problem.empty() ? seen : problem);
 
@@ -564,8 +576,9 @@ void ServiceCheck::unknownCommand() {
     std::this_thread::sleep_for(std::chrono::milliseconds(kResendQuietMs));
     if (m_service != nullptr && !m_service->running()) {
         m_gone = "the service ended (" + m_service->howItEnded() + ") on an unknown command";
-        report("states.unknown-command", Verdict::Fail,
-               text + ", then the service ended (" + m_service->howItEnded() + ")");
+        report(
+            "states.unknown-command", Verdict::Fail,
+            text + (answer.answered ? ", then the service ended (" : " (") + m_service->howItEnded() + ")");
         return;
     }
     const Answer next = request(proto::kCmdInitAiService);

@@ -42,7 +42,7 @@ private:
     bool startService();
     void newClient();
     void writePicture(const std::vector<uint8_t>& picture);
-    std::string describe(const Answer& answer) const;
+    std::string describe(const Answer& answer);
 
     void firstContact();
     void coldSequence();

@@ -20,6 +20,9 @@ ServiceProcess::~ServiceProcess() {
 
 bool ServiceProcess::start(std::string* error) {
     m_ended = false;
+    // Made before the fork: the child of a threaded process may not allocate.
+    const std::string line = "exec " + m_command;
+    const char* log = m_logPath.empty() ? nullptr : m_logPath.c_str();
     m_pid = fork();
     if (m_pid < 0) {
         *error = std::string("fork: ") + strerror(errno);
@@ -28,15 +31,14 @@ bool ServiceProcess::start(std::string* error) {
     if (m_pid == 0) {
         // Its own process group: a service that forks helpers is ended with them.
         setpgid(0, 0);
-        if (!m_logPath.empty()) {
-            int fd = open(m_logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        if (log != nullptr) {
+            int fd = open(log, O_WRONLY | O_CREAT | O_APPEND, 0644);
             if (fd >= 0) {
                 dup2(fd, STDOUT_FILENO);
                 dup2(fd, STDERR_FILENO);
                 close(fd);
             }
         }
-        const std::string line = "exec " + m_command;
         execl("/bin/sh", "sh", "-c", line.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }

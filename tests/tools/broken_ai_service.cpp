@@ -20,6 +20,7 @@
 namespace {
 
 namespace proto = ai_service_protocol;
+constexpr size_t kRecord = sizeof(telvo_ai_service::TelvoAiPQPredict);
 
 class BrokenService : public ai_service::ServiceRunner {
 public:
@@ -42,9 +43,9 @@ protected:
         const int32_t done = handler().handle(message, length, result.data());
         uint8_t* records = result.data() + proto::kPredictRecordsOffset;
         if (m_fault == "record-offset") {
-            std::memmove(records + 4, records, proto::kPredictRecordCount * 8);
+            std::memmove(records + 4, records, proto::kPredictRecordCount * kRecord);
         } else if (m_fault == "unordered") {
-            std::swap_ranges(records, records + 8, records + 8);
+            std::swap_ranges(records, records + kRecord, records + kRecord);
         } else if (m_fault == "late-results") {
             __atomic_store_n(state, done, __ATOMIC_RELEASE);
             usleep(100000);

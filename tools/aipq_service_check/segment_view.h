@@ -25,7 +25,10 @@ struct Answer {
 class SegmentView {
 public:
     // The header and the payload bytes the results of any command occupy.
-    static constexpr size_t kHeadBytes = ai_service_protocol::kPayloadOffset + 1024;
+    static constexpr size_t kHeadBytes =
+        ai_service_protocol::kPayloadOffset + ai_service_protocol::kModelConfigSize;
+    static_assert(ai_service_protocol::kModelConfigSize >= ai_service_protocol::kPredictResultSize,
+                  "largest result");
     static constexpr int kSettleMs = 200;
 
     ~SegmentView();

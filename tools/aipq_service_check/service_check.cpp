@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <thread>
 
@@ -32,6 +33,12 @@ namespace {
 constexpr int kRequestLimitMs = 10000;  // the daemon's limit for every answer
 constexpr int kResendQuietMs = 300;
 constexpr const char* kUnknownCommand = "ai_service_conformance_unknown";
+constexpr size_t kRecordSize = sizeof(telvo_ai_service::TelvoAiPQPredict);
+constexpr int kLastWord = proto::kPredictResultSize - static_cast<int>(sizeof(int32_t));  // after the records
+constexpr int kReservedBytes = proto::kPayloadOffset - proto::kHeaderReservedOffset;
+// The offset of a field of the model configuration, for the report.
+#define AIPQ_FIELD_AT(field) \
+    (std::string(#field " (offset ") + std::to_string(offsetof(AiServiceModelConfig, field)) + ")")
 
 constexpr const char* kPredictChecks[] = {"predict.records",    "predict.order",   "predict.info-words",
                                           "predict.repeatable", "predict.picture", "predict.cold-picture"};
@@ -88,7 +95,8 @@ std::string describeRecords(const std::vector<uint8_t>& result) {
 std::string recordProblem(const std::vector<uint8_t>& result) {
     const auto list = records(result);
     for (size_t i = 0; i < list.size(); ++i) {
-        const int offset = proto::kPayloadOffset + proto::kPredictRecordsOffset + static_cast<int>(i) * 8;
+        const int offset =
+            proto::kPayloadOffset + proto::kPredictRecordsOffset + static_cast<int>(i * kRecordSize);
         const float c = list[i].confidence;
         if (list[i].label < 0 || list[i].label >= proto::kLabelCount) {
             return "record " + std::to_string(i) + " (offset " + std::to_string(offset) + ") has label " +
@@ -113,7 +121,7 @@ bool ordered(const std::vector<uint8_t>& result) {
 }
 
 bool sameRecords(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
-    const size_t from = proto::kPredictRecordsOffset, to = from + proto::kPredictRecordCount * 8;
+    const size_t from = proto::kPredictRecordsOffset, to = from + proto::kPredictRecordCount * kRecordSize;
     return std::equal(a.begin() + from, a.begin() + to, b.begin() + from);
 }
 
@@ -354,18 +362,21 @@ void ServiceCheck::coldSequence() {
     }
     AiServiceModelConfig config;
     std::memcpy(&config, readConfig.data(), sizeof(config));
-    const auto terminated = [](const char* field) { return std::memchr(field, '\0', 256) != nullptr; };
+    const auto terminated = [](const char(&field)[sizeof(config.model_name)]) {
+        return std::memchr(field, '\0', sizeof(field)) != nullptr;
+    };
+    static_assert(sizeof(config.model_name) == sizeof(config.labels_file_name), "both paths checked alike");
     std::string problem;
     if (!terminated(config.labels_file_name)) {
-        problem = "labels_file_name (offset 256) has no NUL within its 256 bytes";
+        problem = AIPQ_FIELD_AT(labels_file_name) + " has no NUL within its field";
     } else if (!terminated(config.model_name)) {
-        problem = "model_name (offset 512) has no NUL within its 256 bytes";
+        problem = AIPQ_FIELD_AT(model_name) + " has no NUL within its field";
     } else if (config.number_of_threads <= 0) {
-        problem = "number_of_threads (offset 804) is " + std::to_string(config.number_of_threads);
+        problem = AIPQ_FIELD_AT(number_of_threads) + " is " + std::to_string(config.number_of_threads);
     } else if (config.allow_fp16 != 0 && config.allow_fp16 != 1) {
-        problem = "allow_fp16 (offset 784) is " + std::to_string(config.allow_fp16);
+        problem = AIPQ_FIELD_AT(allow_fp16) + " is " + std::to_string(config.allow_fp16);
     } else if (config.gl_backend != 0 && config.gl_backend != 1) {
-        problem = "gl_backend (offset 788) is " + std::to_string(config.gl_backend);
+        problem = AIPQ_FIELD_AT(gl_backend) + " is " + std::to_string(config.gl_backend);
     }
     char seen[256];
     std::snprintf(seen, sizeof(seen),
@@ -385,9 +396,15 @@ void ServiceCheck::coldSequence() {
         return;
     }
     const auto* sent = reinterpret_cast<const uint8_t*>(&m_client->modelConfig());
-    const std::pair<int, int> opaque[] = {{0, 256}, {768, 784}, {792, 804}, {808, 832}};
+#define AIPQ_OPAQUE(field) \
+    { offsetof(AiServiceModelConfig, field), offsetof(AiServiceModelConfig, field) + sizeof(config.field) }
+    const std::pair<size_t, size_t> opaque[] = {AIPQ_OPAQUE(reserved0), AIPQ_OPAQUE(reserved1),
+                                                AIPQ_OPAQUE(reserved2), AIPQ_OPAQUE(reserved3)};
+#undef AIPQ_OPAQUE
+    size_t opaqueBytes = 0;
     for (const auto& range : opaque) {
-        for (int i = range.first; i < range.second; ++i) {
+        opaqueBytes += range.second - range.first;
+        for (size_t i = range.first; i < range.second; ++i) {
             if (back[i] != sent[i]) {
                 report("config.opaque-kept", Verdict::Warn,
                        "opaque byte " + std::to_string(i) + " of the record was set to " +
@@ -396,7 +413,8 @@ void ServiceCheck::coldSequence() {
             }
         }
     }
-    report("config.opaque-kept", Verdict::Pass, "all 308 opaque bytes came back as they were set");
+    report("config.opaque-kept", Verdict::Pass,
+           "all " + std::to_string(opaqueBytes) + " opaque bytes came back as they were set");
 }
 
 void ServiceCheck::predictions() {
@@ -430,8 +448,11 @@ void ServiceCheck::predictions() {
     }
     const std::string first = describeRecords(warm[0]);
     report("predict.info-words", Verdict::Pass,
-           "words at offsets 24 and 68: " + std::to_string(word(warm[0].data())) + " and " +
-               std::to_string(word(warm[0].data() + 44)) + " (ignored by the daemon; for information)");
+           "words at offsets " + std::to_string(proto::kPayloadOffset) + " and " +
+               std::to_string(proto::kPayloadOffset + kLastWord) + ": " +
+               std::to_string(word(warm[0].data())) + " and " +
+               std::to_string(word(warm[0].data() + kLastWord)) +
+               " (ignored by the daemon; for information)");
     if (!problem.empty()) {
         report("predict.records", Verdict::Fail, problem + " (read from offset 28: " + first + ")");
         notRun({"predict.order", "predict.repeatable", "predict.picture", "predict.cold-picture"},
@@ -675,10 +696,11 @@ void ServiceCheck::headerAndWorstAnswer() {
             const uint32_t size =
                 static_cast<uint32_t>(word(answer.atChange.data() + proto::kHeaderSizeOffset));
             const auto reserved = answer.atChange.begin() + proto::kHeaderReservedOffset;
-            const auto dirty = std::find_if(reserved, reserved + 16, [](uint8_t b) { return b != 0; });
+            const auto dirty =
+                std::find_if(reserved, reserved + kReservedBytes, [](uint8_t b) { return b != 0; });
             if (size != static_cast<uint32_t>(proto::kShmSize)) {
                 problem = "after " + command + " the size word at offset 0 held " + std::to_string(size);
-            } else if (dirty != reserved + 16) {
+            } else if (dirty != reserved + kReservedBytes) {
                 problem = "after " + command + " reserved byte " +
                           std::to_string(proto::kHeaderReservedOffset + (dirty - reserved)) + " held " +
                           std::to_string(*dirty);
@@ -686,9 +708,10 @@ void ServiceCheck::headerAndWorstAnswer() {
         }
     }
     report("channel.header", problem.empty() ? Verdict::Pass : Verdict::Fail,
-           problem.empty() ? "size word 150552 and 16 zero reserved bytes at every one of " +
-                                 std::to_string(m_answers.size()) + " answers"
-                           : problem);
+           problem.empty()
+               ? "size word " + std::to_string(proto::kShmSize) + " and " + std::to_string(kReservedBytes) +
+                     " zero reserved bytes at every one of " + std::to_string(m_answers.size()) + " answers"
+               : problem);
 
     // Results written after the state word are missed by a daemon that reads at once.
     std::string late;

@@ -48,11 +48,12 @@ if [ "$quick" -eq 0 ]; then
   # hour to the last, through gates, restarts and a replaced queue and segment: about 3 minutes.
   echo "=== [soak] 3 virtual hours of the host TV"
   bench/soak.sh --build-dir build --hours 3
-  # The stub platform layer, a vendor's starting point: the daemon and the contract tests link.
+  # The stub platform layer, a vendor's starting point: the daemon, the contract tests and the
+  # service check link.
   echo "=== [stub] configure and build"
   cmake -S . -B build-stub -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DAIPQ_PLATFORM=stub \
     -DAIPQ_BUILD_BENCH=OFF >/dev/null
-  cmake --build build-stub -j "$jobs" --target ai_manager contract_tests
+  cmake --build build-stub -j "$jobs" --target ai_manager contract_tests aipq_service_check
   # The release build's Debian packages, unpacked into a scratch root and run there.
   echo "=== [package] build and test the amd64 packages"
   cmake --build --preset default --target package

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mqueue.h>
+#include <signal.h>
 #include <sys/shm.h>
 
 #include <chrono>
@@ -98,3 +99,45 @@ TEST(ServiceWireTest, AnswersStatesConfigAndLabelsAtTheirOffsets) {
 }
 
 }  // namespace
+
+// A queue replaced under the service (a restarted client): the service learns of it from the
+// mqueue file system when it can see its own, by looking every 250 ms when it cannot. A SIGTERM
+// still ends it at once, though it then waits without a time-out.
+class ServiceFollowsQueue : public ::testing::TestWithParam<bool> {};
+
+TEST_P(ServiceFollowsQueue, AnswersOnTheNewQueueAndEndsOnSigterm) {
+    const std::string service = std::string(AIPQ_BIN_DIR) + "/ai_service";
+    ChildProcess child(GetParam() ? std::vector<std::string>{service}
+                                  : std::vector<std::string>{"/usr/bin/unshare", "--mount", "sh", "-c",
+                                                             "umount /run/mqueue && exec " + service},
+                       {"AIPQ_LOG_LEVEL=4000"});
+    ASSERT_TRUE(child.waitForOutput(GetParam() ? "following message queue" : "looking for a replaced queue",
+                                    std::chrono::seconds(20)))
+        << child.output();
+    auto* segment = static_cast<uint8_t*>(shmat(shmget(72314, 150552, 0), nullptr, 0));
+    ASSERT_NE(segment, reinterpret_cast<uint8_t*>(-1));
+    ASSERT_EQ(mq_unlink("/ai_service_message_queue"), 0);
+    mq_attr attr = {};
+    attr.mq_maxmsg = 5;
+    attr.mq_msgsize = 40;
+    const mqd_t queue = mq_open("/ai_service_message_queue", O_WRONLY | O_CREAT | O_EXCL, 0666, &attr);
+    ASSERT_NE(queue, static_cast<mqd_t>(-1));
+    auto* state = reinterpret_cast<int32_t*>(segment + 4);
+    __atomic_store_n(state, 1, __ATOMIC_RELEASE);
+    char message[40] = "ai_service_init_ai_service";
+    ASSERT_EQ(mq_send(queue, message, sizeof(message), 0), 0);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (__atomic_load_n(state, __ATOMIC_ACQUIRE) == 1 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    EXPECT_EQ(__atomic_load_n(state, __ATOMIC_ACQUIRE), 0) << child.output();
+    child.signal(SIGTERM);
+    EXPECT_EQ(child.wait(std::chrono::seconds(10)), 0) << child.output();
+    mq_close(queue);
+    shmdt(segment);
+}
+
+INSTANTIATE_TEST_SUITE_P(Follow, ServiceFollowsQueue, ::testing::Values(true, false),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                             return info.param ? "Watched" : "PolledWithoutMqueueView";
+                         });

@@ -2,12 +2,18 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <vector>
 
 #include "osal.h"
@@ -19,7 +25,7 @@ namespace proto = ai_service_protocol;
 
 namespace {
 
-// How often an idle service re-checks which queue the name stands for.
+// How often an idle service re-checks which queue the name stands for when it cannot watch it.
 constexpr long kFollowIntervalMs = 250;
 
 int64_t monotonicMs() {
@@ -53,11 +59,62 @@ std::string printable(const char* message, size_t length) {
     return text;
 }
 
+// Mount points in /proc/self/mountinfo escape blanks and backslashes as octal.
+std::string unescapeMountPath(const std::string& field) {
+    std::string path;
+    for (size_t i = 0; i < field.size(); ++i) {
+        if (field[i] == '\\' && i + 3 < field.size()) {
+            path += static_cast<char>(std::strtol(field.substr(i + 1, 3).c_str(), nullptr, 8));
+            i += 3;
+        } else {
+            path += field[i];
+        }
+    }
+    return path;
+}
+
+// Where file systems of type mqueue are mounted in our mount namespace.
+std::vector<std::string> mqueueMounts() {
+    std::vector<std::string> mounts;
+    std::ifstream in("/proc/self/mountinfo");
+    for (std::string line; std::getline(in, line);) {
+        size_t dash = line.find(" - ");
+        if (dash == std::string::npos || line.compare(dash + 3, 7, "mqueue ") != 0) {
+            continue;
+        }
+        std::istringstream fields(line.substr(0, dash));
+        std::string id, parent, device, root, mountPoint;
+        if (fields >> id >> parent >> device >> root >> mountPoint) {
+            mounts.push_back(unescapeMountPath(mountPoint));
+        }
+    }
+    return mounts;
+}
+
 }  // namespace
 
-ServiceRunner::ServiceRunner(const Options& options) : m_options(options) {}
+ServiceRunner::ServiceRunner(const Options& options) : m_options(options) {
+    // The signal handler's way into a loop that waits without a time-out.
+    if (pipe2(m_wake, O_NONBLOCK | O_CLOEXEC) != 0) {
+        m_wake[0] = m_wake[1] = -1;
+    }
+}
+
+void ServiceRunner::requestStop() {
+    m_stop = true;
+    if (m_wake[1] >= 0) {
+        const char byte = 0;
+        ssize_t written = write(m_wake[1], &byte, 1);
+        (void)written;  // a full pipe already wakes the loop
+    }
+}
 
 ServiceRunner::~ServiceRunner() {
+    for (int fd : {m_watch, m_wake[0], m_wake[1]}) {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
     // The queue belongs to the client, which unlinks it; the segment outlives both sides.
     if (m_queue != static_cast<mqd_t>(-1)) {
         mq_close(m_queue);
@@ -168,6 +225,63 @@ void ServiceRunner::followQueue() {
     }
 }
 
+bool ServiceRunner::watchQueueDirectory() {
+    // Another namespace's mqueue mount shows other queues under the same name: only the one that
+    // holds our open queue tells us about ours.
+    for (const std::string& dir : mqueueMounts()) {
+        struct stat st;
+        if (stat(dir.c_str(), &st) != 0 || st.st_dev != m_queueDev) {
+            continue;
+        }
+        int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        if (fd < 0) {
+            AS_LOGE("inotify_init1 failed: %s(%d).\n", strerror(errno), errno);
+            return false;
+        }
+        if (inotify_add_watch(fd, dir.c_str(), IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM) < 0) {
+            AS_LOGE("cannot watch %s: %s(%d).\n", dir.c_str(), strerror(errno), errno);
+            close(fd);
+            return false;
+        }
+        m_watch = fd;
+        AS_LOGD("following message queue %s through %s.\n", proto::kQueueName, dir.c_str());
+        return true;
+    }
+    AS_LOGN(
+        "no mqueue file system of this IPC namespace is mounted: looking for a replaced queue every %ld "
+        "ms.\n",
+        kFollowIntervalMs);
+    return false;
+}
+
+bool ServiceRunner::drainQueueEvents() {
+    alignas(struct inotify_event) char buffer[4096];
+    bool concerned = false;
+    for (;;) {
+        ssize_t n = read(m_watch, buffer, sizeof(buffer));
+        if (n <= 0) {
+            break;
+        }
+        for (ssize_t at = 0; at < n;) {
+            const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
+            if ((event->mask & (IN_Q_OVERFLOW | IN_IGNORED | IN_UNMOUNT)) != 0 ||
+                (event->len > 0 && std::strcmp(event->name, proto::kQueueName + 1) == 0)) {
+                concerned = true;
+            }
+            if ((event->mask & (IN_IGNORED | IN_UNMOUNT)) != 0) {
+                // The file system went away under the watch: from now on we look for ourselves.
+                AS_LOGN("mqueue file system unmounted: looking for a replaced queue every %ld ms.\n",
+                        kFollowIntervalMs);
+                close(m_watch);
+                m_watch = -1;
+                return true;
+            }
+            at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+        }
+    }
+    return concerned;
+}
+
 void ServiceRunner::dropStaleBacklog() {
     // Left from before we ran: only the newest can still have its client waiting.
     struct mq_attr attr;
@@ -222,15 +336,18 @@ void ServiceRunner::serve(const char* message, size_t length) {
     }
     std::string command = CommandHandler::commandOf(message, length);
     auto forced = m_options.answers.find(command);
-    int32_t state;
     if (!command.empty() && forced != m_options.answers.end()) {
-        state = forced->second;
+        __atomic_store_n(stateWord(m_segment), forced->second, __ATOMIC_RELEASE);
     } else {
-        state = m_handler.handle(message, length, m_segment + proto::kPayloadOffset);
+        answer(message, length, m_segment + proto::kPayloadOffset, stateWord(m_segment));
     }
+    AS_LOGD("\"%s\" answered %d.\n", text.c_str(), __atomic_load_n(stateWord(m_segment), __ATOMIC_ACQUIRE));
+}
+
+void ServiceRunner::answer(const char* message, size_t length, uint8_t* payload, int32_t* state) {
+    int32_t result = m_handler.handle(message, length, payload);
     // Results are in place before the state tells the client to read them.
-    __atomic_store_n(stateWord(m_segment), state, __ATOMIC_RELEASE);
-    AS_LOGD("\"%s\" answered %d.\n", text.c_str(), state);
+    __atomic_store_n(state, result, __ATOMIC_RELEASE);
 }
 
 int ServiceRunner::run() {
@@ -258,28 +375,47 @@ int ServiceRunner::run() {
     AS_LOGN("listening on %s, segment key %d.\n", proto::kQueueName, proto::kShmKey);
     dropStaleBacklog();
 
+    if (watchQueueDirectory()) {
+        followQueue();  // replaced between our open and the watch
+    }
+
     std::vector<char> buffer;
     int64_t lastFollow = monotonicMs();
     while (!m_stop) {
-        struct mq_attr attr;
-        long size = mq_getattr(m_queue, &attr) == 0 ? attr.mq_msgsize : proto::kMessageSize;
-        buffer.resize(static_cast<size_t>(size > proto::kMessageSize ? size : proto::kMessageSize));
-        struct timespec deadline = realtimeIn(kFollowIntervalMs);
-        ssize_t n = mq_timedreceive(m_queue, buffer.data(), buffer.size(), nullptr, &deadline);
-        if (n >= 0) {
-            serve(buffer.data(), static_cast<size_t>(n));
-            if (m_handler.stopRequested()) {
-                AS_LOGN("stopped by %s.\n", proto::kCmdStopAiService);
-                return 0;
-            }
-            if (m_options.exitAfter > 0 && m_commands >= m_options.exitAfter) {
-                AS_LOGN("ending after %ld commands (--exit-after).\n", m_commands);
-                return 0;
-            }
-        } else if (errno != ETIMEDOUT && errno != EINTR) {
-            AS_LOGE("mq_timedreceive failed: %s(%d).\n", strerror(errno), errno);
+        // A stop requested after the test above still wakes the wait: the handler writes m_wake.
+        struct pollfd fds[3] = {{m_queue, POLLIN, 0}, {m_wake[0], POLLIN, 0}, {m_watch, POLLIN, 0}};
+        int ready = poll(fds, m_watch >= 0 ? 3 : 2, m_watch >= 0 ? -1 : static_cast<int>(kFollowIntervalMs));
+        if (ready < 0 && errno != EINTR) {
+            AS_LOGE("poll failed: %s(%d).\n", strerror(errno), errno);
             struct timespec pause = {0, kFollowIntervalMs * 1000000L};
             nanosleep(&pause, nullptr);
+        }
+        // Commands still in the old queue are answered before we move to a new one.
+        if (ready > 0 && (fds[0].revents & POLLIN) != 0) {
+            struct mq_attr attr;
+            long size = mq_getattr(m_queue, &attr) == 0 ? attr.mq_msgsize : proto::kMessageSize;
+            buffer.resize(static_cast<size_t>(size > proto::kMessageSize ? size : proto::kMessageSize));
+            struct timespec now = realtimeIn(0);
+            ssize_t n = mq_timedreceive(m_queue, buffer.data(), buffer.size(), nullptr, &now);
+            if (n >= 0) {
+                serve(buffer.data(), static_cast<size_t>(n));
+                if (m_handler.stopRequested()) {
+                    AS_LOGN("stopped by %s.\n", proto::kCmdStopAiService);
+                    return 0;
+                }
+                if (m_options.exitAfter > 0 && m_commands >= m_options.exitAfter) {
+                    AS_LOGN("ending after %ld commands (--exit-after).\n", m_commands);
+                    return 0;
+                }
+            } else if (errno != ETIMEDOUT && errno != EINTR) {
+                AS_LOGE("mq_timedreceive failed: %s(%d).\n", strerror(errno), errno);
+            }
+        }
+        if (m_watch >= 0) {
+            if (ready > 0 && (fds[2].revents & POLLIN) != 0 && drainQueueEvents()) {
+                followQueue();
+            }
+            continue;
         }
         int64_t now = monotonicMs();
         if (now - lastFollow >= kFollowIntervalMs) {

@@ -19,12 +19,18 @@ namespace ai_service {
 class ServiceRunner {
 public:
     explicit ServiceRunner(const Options& options);
-    ~ServiceRunner();
+    virtual ~ServiceRunner();
 
     // Returns the process exit status once stopped by a command, --exit-after or requestStop().
     int run();
-    // Async-signal-safe.
-    void requestStop() { m_stop = true; }
+    // Async-signal-safe: also wakes the loop when it is already waiting.
+    void requestStop();
+
+protected:
+    // Answers one posted command: its results into the payload, then the state word. Services
+    // that get this wrong on purpose, to prove a conformance check, replace it.
+    virtual void answer(const char* message, size_t length, uint8_t* payload, int32_t* state);
+    CommandHandler& handler() { return m_handler; }
 
 private:
     bool attachSegment();
@@ -34,6 +40,11 @@ private:
     bool openQueue(bool create);
     // Re-checks which queue the name stands for and moves to a newer one.
     void followQueue();
+    // Watches the queue's directory on the mqueue file system of our own IPC namespace, so that a
+    // replaced queue is noticed without waking to look. False when there is none: then we poll.
+    bool watchQueueDirectory();
+    // Reads the pending change events; true when one may concern the queue's name.
+    bool drainQueueEvents();
     void dropStaleBacklog();
     void serve(const char* message, size_t length);
     void trace(const char* message, size_t length);
@@ -47,6 +58,8 @@ private:
     dev_t m_queueDev = 0;
     ino_t m_queueIno = 0;
     bool m_nameGoneLogged = false;
+    int m_watch = -1;
+    int m_wake[2] = {-1, -1};
     long m_commands = 0;
     FILE* m_trace = nullptr;
     FILE* m_record = nullptr;

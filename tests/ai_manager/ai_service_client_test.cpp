@@ -234,8 +234,9 @@ TEST_F(ClientTest, UnansweredRequestsGiveUpAfterTenSecondsAndAFullQueueIsNotWait
     log.clear();
     EXPECT_EQ(manager->stopAiService(), 1);
     EXPECT_EQ(log.count("timeSum: "), 11) << "a stop is polled every second";
-    // Seven commands into a queue of five that nobody reads: a blocking send would hang the next
-    // request and the stop for good, so the rest are dropped with the send's EAGAIN line.
+    // Seven commands into a queue of five that nobody reads (the stop's re-send may not come): a
+    // blocking send would hang the next request and the stop for good, so the rest are dropped
+    // with the send's EAGAIN line.
     std::promise<void> done;
     std::thread([&] {
         for (int i = 0; i < 5; ++i) {

@@ -59,8 +59,15 @@ foreach(_page ai_manager.8 ai_service.8 tvctl.1)
 endforeach()
 add_custom_target(aipq_package_docs ALL DEPENDS ${_gz_outputs})
 
-# component  package  manual pages  sysusers.d  tmpfiles.d  units
+# component  package  manual pages  sysusers.d  tmpfiles.d  units  [NO_BLOCK: start without waiting]
 function(aipq_package_files component package pages sysusers tmpfiles units)
+  set(START "deb-systemd-invoke \"$action\"")
+  if(ARGN STREQUAL "NO_BLOCK")
+    # ai_manager waits for the business layer without time-out: its start must not hold dpkg.
+    set(START "systemctl --system --no-block \"$action\"")
+    install(FILES ${_pkgdir}/${package}.lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+            RENAME ${package} COMPONENT ${component})
+  endif()
   set(_doc ${CMAKE_INSTALL_DATADIR}/doc/${package})
   install(FILES ${_pkgdir}/copyright ${_gen}/changelog.gz DESTINATION ${_doc} COMPONENT ${component})
   foreach(_page IN LISTS pages)
@@ -87,7 +94,7 @@ function(aipq_package_files component package pages sysusers tmpfiles units)
   set(CPACK_DEBIAN_${_c}_PACKAGE_CONTROL_EXTRA
       ${_gen}/${package}/postinst ${_gen}/${package}/prerm ${_gen}/${package}/postrm PARENT_SCOPE)
 endfunction()
-aipq_package_files(manager aipq-manager ai_manager.8 ON ON ai_manager.service)
+aipq_package_files(manager aipq-manager ai_manager.8 ON ON ai_manager.service NO_BLOCK)
 if(TARGET ai_service)
   aipq_package_files(ai_service aipq-ai-service ai_service.8 ON OFF ai_service.service)
 endif()

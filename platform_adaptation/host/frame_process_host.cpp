@@ -82,7 +82,9 @@ namespace host {
 void notifyLeavingWithoutRun() {
     static std::atomic<bool> sent{false};
     if (!g_runBegun && !sent.exchange(true)) {
-        notifyServiceManager("READY=1\nSTOPPING=1");
+        // Two datagrams: systemd reads STOPPING=1 before READY=1 in one and would drop the latter.
+        notifyServiceManager("READY=1");
+        notifyServiceManager("STOPPING=1");
     }
 }
 

@@ -8,7 +8,7 @@ namespace host {
 bool notifyServiceManager(const char* state);
 
 // Called as the daemon tears down (its frame capture is deleted first): when run() never began,
-// tells the service manager that the process was ready and is stopping, once, so that its exit
+// tells the service manager that the process was ready, then that it is stopping, once, so that its exit
 // with status 0 ends the unit as a success.
 void notifyLeavingWithoutRun();
 

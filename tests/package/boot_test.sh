@@ -35,7 +35,7 @@ in_root systemctl stop ai_service
 gave_up() { errors | grep -qE 'initAiService failed|Load model error|ImagePredict failed'; }
 within 60 gave_up || fail "no error line for the stopped AI service"
 unexpected=$(errors | sed -E 's/^\[[0-9]+\] //; s/^([a-z_]+\.cpp):[0-9]+:/\1:/' | grep -vE '^recognition_process_manager.cpp:('\
-'waitMessageFinished\(\): \[AI Manager\] time out\.|loadAiServiceEnv\(\): \[AI Manager\] initAiService failed\. time out: [0-9]+|'\
+'waitMessageFinished\(\): \[AI Manager\] time out\.|loadAiServiceEnv\(\): \[AI Manager\] initAiService failed\. (time out: [0-9]+|init result: [0-9]+\.)|'\
 'recognitionPicture\(\): \[AI Manager\] (Load model error\. loadModelResult|ImagePredict failed\. imagePredictResult): [0-9]+ ?\.)$' || true)
 [ -z "$unexpected" ] || fail "other error lines for the stopped AI service: $unexpected"
 

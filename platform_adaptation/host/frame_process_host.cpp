@@ -1,3 +1,4 @@
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -5,6 +6,7 @@
 #include "dbg_log.h"
 #include "frame_process.h"
 #include "osal.h"
+#include "service_notify.h"
 
 #define FRAME_TAG "[Platform Adaptation]"
 
@@ -28,6 +30,9 @@ ProcessState& processState() {
     static ProcessState* s = new ProcessState;
     return *s;
 }
+
+// Whether run() has begun, for the service manager's sake (below).
+std::atomic<bool> g_runBegun{false};
 
 // run() holds the main thread for the life of the service; it wakes only once an hour meanwhile.
 constexpr unsigned int kRunWaitMs = 3600u * 1000u;
@@ -56,14 +61,34 @@ int Process::startAppMembersSync(ProxyFactory factory) {
     return 0;
 }
 
+// Under systemd (Type=notify) the service is ready once the daemon is wired and its support
+// check done, which is when it enters run(); it is stopping once the exit request arrives.
 int Process::run() {
+    g_runBegun = true;
+    host::notifyServiceManager("READY=1");
     while (!osalWaitExitRequest(kRunWaitMs)) {
     }
+    host::notifyServiceManager("STOPPING=1");
     DBG_LOG(DBG_LEVEL_NOTICE, FRAME_TAG, "exit requested, leaving run().\n");
     return 0;
 }
 
 }  // namespace frame
+
+namespace host {
+
+// A daemon that leaves without run() (AIPQ unsupported: status 0 by design) would otherwise be a
+// failed start to systemd, which takes a Type=notify exit before READY=1 for a broken protocol.
+void notifyLeavingWithoutRun() {
+    static std::atomic<bool> sent{false};
+    if (!g_runBegun && !sent.exchange(true)) {
+        // Two datagrams: systemd reads STOPPING=1 before READY=1 in one and would drop the latter.
+        notifyServiceManager("READY=1");
+        notifyServiceManager("STOPPING=1");
+    }
+}
+
+}  // namespace host
 
 frame::Proxy* CreateBizProxy() {
     DBG_LOG(DBG_LEVEL_DEBUG, FRAME_TAG, "business proxy started.\n");

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -21,6 +22,9 @@ constexpr unsigned int kDefaultLevel = 4000;
 struct LogState {
     std::atomic<unsigned int> maxLevel{kDefaultLevel};
     int fd = STDERR_FILENO;
+    // Standard error is a stream of systemd's journal: a syslog priority prefix instead of the
+    // timestamp, which journald adds itself.
+    std::atomic<bool> journal{false};
     std::mutex sinkMutex;
     std::function<void(const std::string&)> sink;
 };
@@ -48,6 +52,40 @@ LogState& state() {
     return *s;
 }
 
+// systemd sets JOURNAL_STREAM to "device:inode" of the stream it connects to stdout and stderr;
+// a process whose stderr was redirected elsewhere sees a different pair and keeps its format.
+bool stderrIsJournal() {
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    if (stream == nullptr) {
+        return false;
+    }
+    unsigned long long device = 0;
+    unsigned long long inode = 0;
+    char end = 0;
+    if (std::sscanf(stream, "%llu:%llu%c", &device, &inode, &end) != 2) {
+        return false;
+    }
+    struct stat st {};
+    return fstat(STDERR_FILENO, &st) == 0 && static_cast<unsigned long long>(st.st_dev) == device &&
+           static_cast<unsigned long long>(st.st_ino) == inode;
+}
+
+// The level of the last dbgLevelEnabled call on this thread: the interface gives dbgOutput no
+// level, and every caller asks dbgLevelEnabled just before it writes.
+thread_local unsigned int t_lastLevel = DBG_LEVEL_DEBUG;
+
+// syslog priorities: errors 3 (err), notices 5 (notice), entry/exit, debug and trace 7 (debug).
+int syslogPriority(unsigned int level) {
+    switch (level) {
+        case DBG_LEVEL_ERROR:
+            return 3;
+        case DBG_LEVEL_NOTICE:
+            return 5;
+        default:
+            return 7;
+    }
+}
+
 }  // namespace
 
 namespace host {
@@ -65,27 +103,36 @@ void setLogLevel(unsigned int level) {
 }  // namespace host
 
 void dbgInit() {
-    (void)state();
+    LogState& s = state();
+    s.journal = s.fd == STDERR_FILENO && stderrIsJournal();
 }
 
 bool dbgLevelEnabled(unsigned int levelWord) {
     if ((levelWord >> 16) != DBG_MODULE_AIPQ) {
         return false;
     }
-    return (levelWord & 0xFFFFu) <= state().maxLevel.load(std::memory_order_relaxed);
+    t_lastLevel = levelWord & 0xFFFFu;
+    return t_lastLevel <= state().maxLevel.load(std::memory_order_relaxed);
 }
 
 void dbgOutput(const char* format, ...) {
     LogState& s = state();
 
-    // Timestamp prefix, then the message; built whole so that one write(2) carries the line.
-    struct timeval tv;
-    gettimeofday(&tv, nullptr);
-    struct tm tmv;
-    localtime_r(&tv.tv_sec, &tmv);
+    // Timestamp prefix (or the journal's priority), then the message; built whole so that one
+    // write(2) carries the line.
     char prefix[40];
-    int n = std::snprintf(prefix, sizeof(prefix), "%02d:%02d:%02d.%03ld [%d] ", tmv.tm_hour, tmv.tm_min,
+    int n = 0;
+    if (s.journal.load(std::memory_order_relaxed)) {
+        n = std::snprintf(prefix, sizeof(prefix), "<%d>[%d] ", syslogPriority(t_lastLevel),
+                          static_cast<int>(gettid()));
+    } else {
+        struct timeval tv;
+        gettimeofday(&tv, nullptr);
+        struct tm tmv;
+        localtime_r(&tv.tv_sec, &tmv);
+        n = std::snprintf(prefix, sizeof(prefix), "%02d:%02d:%02d.%03ld [%d] ", tmv.tm_hour, tmv.tm_min,
                           tmv.tm_sec, static_cast<long>(tv.tv_usec / 1000), static_cast<int>(gettid()));
+    }
     std::string line(prefix, n > 0 ? static_cast<size_t>(n) : 0);
 
     char stackBuf[1024];

@@ -13,6 +13,7 @@
 #include "osal.h"
 #include "picture_capture.h"
 #include "segment_publisher.h"
+#include "service_notify.h"
 #include "synthetic_scenes.h"
 
 #define PC_TAG "[Platform Adaptation]"
@@ -94,7 +95,10 @@ bool PictureCapture::Impl::grab() {
 
 PictureCapture::PictureCapture() : m_impl(new Impl) {}
 
-PictureCapture::~PictureCapture() = default;
+// The daemon deletes its capture first when it tears down, also on the path without run().
+PictureCapture::~PictureCapture() {
+    host::notifyLeavingWithoutRun();
+}
 
 bool PictureCapture::start() {
     std::lock_guard<std::mutex> lock(m_impl->mutex);

@@ -18,13 +18,7 @@ TEST(OnnxBackendTest, LoadsAModelMapsOutputsByLabelTextAndRefusesGarbage) {
     const std::string dir = tmpl;
     std::ofstream(dir + "/labels.txt") << "  SKY\ngrassland\nnot_a_scene\n";
     std::ofstream(dir + "/garbage.onnx") << "not a protobuf";
-    bool skip = false;
-    const std::string failure = onnx_model::build(dir, &skip);
-    if (skip) {
-        std::filesystem::remove_all(dir);
-        GTEST_SKIP() << "/usr/bin/python3 has no onnx module (scripts/setup.sh installs python3-onnx)";
-    }
-    ASSERT_EQ(failure, "");
+    ONNX_MODEL_OR_SKIP(dir);
 
     ai_service::OnnxClassifier::Settings settings;
     settings.modelPath = dir + "/model.onnx";

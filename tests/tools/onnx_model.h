@@ -2,6 +2,9 @@
 #define TESTS_TOOLS_ONNX_MODEL_H
 
 // A model for the ONNX backend, built here: ten times the mean red, green and blue as three scores.
+#include <gtest/gtest.h>
+
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -33,5 +36,18 @@ inline std::string build(const std::string& dir, bool* skip) {
 }
 
 }  // namespace onnx_model
+
+// Builds the model into DIR (a test's own scratch directory): skips the test, removing DIR, where
+// the interpreter has no onnx module; fails it where the build fails.
+#define ONNX_MODEL_OR_SKIP(dir)                                                                             \
+    do {                                                                                                    \
+        bool skip_ = false;                                                                                 \
+        const std::string failure_ = onnx_model::build(dir, &skip_);                                        \
+        if (skip_) {                                                                                        \
+            std::filesystem::remove_all(dir);                                                               \
+            GTEST_SKIP() << "/usr/bin/python3 has no onnx module (scripts/setup.sh installs python3-onnx)"; \
+        }                                                                                                   \
+        ASSERT_EQ(failure_, "");                                                                            \
+    } while (0)
 
 #endif

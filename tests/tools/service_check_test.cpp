@@ -62,13 +62,7 @@ TEST(ServiceCheckTest, EveryCheckPassesOnTheReferenceServiceWithEitherBackend) {
 
     char dir[] = "/tmp/aipq_check_onnx_XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
-    bool skip = false;
-    const std::string failure = onnx_model::build(dir, &skip);
-    if (skip) {
-        std::filesystem::remove_all(dir);
-        GTEST_SKIP() << "/usr/bin/python3 has no onnx module (scripts/setup.sh installs python3-onnx)";
-    }
-    ASSERT_EQ(failure, "");
+    ONNX_MODEL_OR_SKIP(dir);
     std::ofstream(std::string(dir) + "/labels.txt") << "Snow\nGrassland\nSky\n";
     Report onnx =
         check(kBin + "/ai_service", "RECOGNITION_MODEL_PATH=" + std::string(dir) +

@@ -20,7 +20,9 @@ namespace {
 
 // Stands in for systemd's notification socket; receive() gives one datagram, "" after 2 s.
 struct NotifySocket {
-    std::string path = "/tmp/aipq_notify." + std::to_string(getpid());
+    // In the sandbox's own /run: every sandboxed test has a small pid of its own namespace, and
+    // another test's socket in a shared /tmp could carry the same one.
+    std::string path = "/run/aipq_notify." + std::to_string(getpid());
     int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     NotifySocket() {
         struct sockaddr_un address {};

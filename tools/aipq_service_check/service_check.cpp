@@ -152,6 +152,21 @@ bool waitFor(const std::function<bool()>& done, int limitMs) {
     return true;
 }
 
+// Until the service has taken every message from `queue` (for at most a request's time), then lets
+// the descriptor go; -1 (no queue) returns at once.
+void awaitTaken(mqd_t queue) {
+    if (queue == static_cast<mqd_t>(-1)) {
+        return;
+    }
+    waitFor(
+        [&] {
+            struct mq_attr attr;
+            return mq_getattr(queue, &attr) == 0 && attr.mq_curmsgs == 0;
+        },
+        kRequestLimitMs);
+    mq_close(queue);
+}
+
 }  // namespace
 
 ServiceCheck::ServiceCheck(Settings settings, FILE* out) : m_settings(std::move(settings)), m_out(out) {}
@@ -520,16 +535,7 @@ void ServiceCheck::statesWithModel() {
     char message[proto::kMessageSize] = {};
     std::snprintf(message, sizeof(message), "%s", proto::kCmdPredict);
     m_client->triggerMessage(message);
-    const mqd_t queue = mq_open(proto::kQueueName, O_RDONLY);
-    waitFor(
-        [&] {
-            struct mq_attr attr;
-            return queue == static_cast<mqd_t>(-1) || (mq_getattr(queue, &attr) == 0 && attr.mq_curmsgs == 0);
-        },
-        kRequestLimitMs);
-    if (queue != static_cast<mqd_t>(-1)) {
-        mq_close(queue);
-    }
+    awaitTaken(mq_open(proto::kQueueName, O_RDONLY));
     std::this_thread::sleep_for(std::chrono::milliseconds(kResendQuietMs));
     const uint8_t* now = m_view.segment();
     size_t changed = 0;
@@ -561,15 +567,7 @@ void ServiceCheck::requeue() {
     // queue before we post one, or the service would answer it for ours.
     const mqd_t old = mq_open(proto::kQueueName, O_RDONLY);
     m_client.reset();
-    waitFor(
-        [&] {
-            struct mq_attr attr;
-            return old == static_cast<mqd_t>(-1) || (mq_getattr(old, &attr) == 0 && attr.mq_curmsgs == 0);
-        },
-        kRequestLimitMs);
-    if (old != static_cast<mqd_t>(-1)) {
-        mq_close(old);
-    }
+    awaitTaken(old);
     std::this_thread::sleep_for(std::chrono::milliseconds(kResendQuietMs));
     const Clock::time_point start = Clock::now();
     newClient();
